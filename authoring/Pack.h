@@ -1,0 +1,30 @@
+// Making a bundle: signs what the manifest lists, writes the signature manifest, zips. The same folder, key and
+// certificate give the same bytes. (RSA signatures with SHA-1 have no random part.)
+#ifndef QUARVEL_AUTHORING_PACK_H
+#define QUARVEL_AUTHORING_PACK_H
+
+#include <string>
+#include <vector>
+
+#include "authoring/Signing.h"
+
+namespace authoring {
+
+// A file that is signed: what the signature manifest calls it, where it goes and where it is.
+struct SignedFile {
+  std::string name;
+  std::string folder;
+  std::string member;
+  std::string source;
+};
+
+// "update.xml" and the files that it lists, in the order in which they are signed and stored. Throws Failure when the
+// manifest cannot be read or lists a file that the folder lacks.
+std::vector<SignedFile> FilesToSign(const std::string& folder);
+
+// Writes the bundle of `folder` to `output`, replacing what is there. Throws Failure; a file that was begun is removed.
+void Pack(const std::string& folder, const Signer& signer, const std::string& output);
+
+}  // namespace authoring
+
+#endif
