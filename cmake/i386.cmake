@@ -13,7 +13,8 @@ set(common_flags "-m32 -B${gcc_folder} -isystem ${CMAKE_SYSROOT}/usr/include/i38
 set(CMAKE_C_FLAGS_INIT "${common_flags}")
 set(CMAKE_CXX_FLAGS_INIT "${common_flags} -isystem ${CMAKE_SYSROOT}/usr/include/i386-linux-gnu/c++/12")
 
-set(link_flags "-L${gcc_folder} -Wl,--dynamic-linker=${CMAKE_SYSROOT}/lib/ld-linux.so.2")
+# The older kind of run path also serves the libraries that the unpacked libraries need.
+set(link_flags "-L${gcc_folder} -Wl,--disable-new-dtags -Wl,--dynamic-linker=${CMAKE_SYSROOT}/lib/ld-linux.so.2")
 foreach(folder IN LISTS library_folders)
   string(APPEND link_flags " -L${folder} -Wl,-rpath,${folder}")
 endforeach()
