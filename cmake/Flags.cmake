@@ -15,6 +15,11 @@ set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
 
+# An installed tree may be moved as a whole: programs look for the libraries beside them.
+if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+  set(CMAKE_INSTALL_RPATH "$ORIGIN;$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+endif()
+
 find_program(CCACHE_PROGRAM ccache)
 if(CCACHE_PROGRAM AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   set(CMAKE_C_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
@@ -24,6 +29,8 @@ endif()
 add_library(quarvel_flags INTERFACE)
 target_compile_options(quarvel_flags INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror -fstack-protector-strong)
+# Files over 2 GiB and times after 2038, also in 32-bit code.
+target_compile_definitions(quarvel_flags INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 # Fortified string functions need optimisation; the sanitizers bring their own checks instead.
 if(NOT QUARVEL_SANITIZE)
   target_compile_options(quarvel_flags INTERFACE "$<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
