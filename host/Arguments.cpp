@@ -1,0 +1,151 @@
+#include "host/Arguments.h"
+
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <map>
+
+#include "host/Commands.h"
+#include "host/Failure.h"
+#include "host/Text.h"
+#include "host/Versions.h"
+
+namespace {
+
+using Command = ExitStatus (*)(const Options&);
+
+// What the options write into as text, before it is understood.
+struct Parsed {
+  Options options;
+  std::vector<std::string> pens;
+  Command command = nullptr;
+};
+
+CLI::App* AddCommand(CLI::App& app, Parsed& parsed, const std::string& name, const std::string& words,
+                     Command command) {
+  CLI::App* sub = app.add_subcommand(name, words);
+  sub->final_callback([&parsed, command] { parsed.command = command; });
+  return sub;
+}
+
+std::string CheckPenId(const std::string& text) {
+  if (ParsePenId(text)) return "";
+  return fmt::format("\"{}\" is no pen id; give 0x and hexadecimal digits, or a decimal number, as `quarvel pens` does",
+                     text);
+}
+
+CLI::Option* AddPen(CLI::App* sub, Parsed& parsed, const std::string& words) {
+  return sub->add_option("--pen", parsed.pens, words)
+      ->type_name("ID")
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+      ->check(CheckPenId);
+}
+
+void AddPens(CLI::App* sub, Parsed& parsed) {
+  CLI::Option* pen = AddPen(sub, parsed, "A pen to work on; again for several at once");
+  sub->add_flag("--all", parsed.options.all, "Work on every connected pen at once")->excludes(pen);
+}
+
+void AddBundle(CLI::App* sub, Parsed& parsed) {
+  sub->add_option("BUNDLE", parsed.options.bundle, "The bundle's file")->required()->type_name("");
+  sub->add_option("--cert", parsed.options.certificates, "Files of trusted certificates (PEM); at least one")
+      ->required()
+      ->type_name("FILE");
+}
+
+void AddOutput(CLI::App* sub, Parsed& parsed) {
+  Options& options = parsed.options;
+  sub->add_option("--log", options.log, "Write the library's log to this file (else it is kept for `quarvel report`)")
+      ->type_name("FILE");
+  sub->add_flag("--json", options.json, "Events as JSON Lines on standard output; text for people on standard error");
+  sub->add_flag("-q,--quiet", options.quiet, "Tell failures only");
+}
+
+void AddInstall(CLI::App& app, Parsed& parsed) {
+  Options& options = parsed.options;
+  CLI::App* sub = AddCommand(app, parsed, "install", "Install a bundle on one or more pens", InstallCommand);
+  AddBundle(sub, parsed);
+  AddPens(sub, parsed);
+  sub->add_option("--group", options.group, "Take only this group of the bundle")->type_name("NAME");
+  sub->add_flag("--firmware", options.firmware, "Take firmware (with neither this nor --apps: both)");
+  sub->add_flag("--apps", options.apps, "Take applications and paper products");
+  sub->add_flag("--force", options.force, "Install without comparing with what the pen holds");
+  static const std::map<std::string, OnError> choices{
+      {"stop", OnError::kStop}, {"skip", OnError::kSkip}, {"ask", OnError::kAsk}};
+  sub->add_option("--on-error", options.onError,
+                  "For a failing package: stop (the default), skip or ask. A package whose signature check fails "
+                  "always stops the run")
+      ->transform(CLI::Transformer(choices).description(""))
+      ->type_name("stop|skip|ask");
+  sub->add_flag("--fail-if-current", options.failIfCurrent,
+                "End with status 10 when every pen already held everything");
+  AddOutput(sub, parsed);
+}
+
+void AddCommands(CLI::App& app, Parsed& parsed) {
+  Options& options = parsed.options;
+  CLI::App* pens = AddCommand(app, parsed, "pens", "List the connected pens and what they hold", PensCommand);
+  AddPen(pens, parsed, "Show this pen only; again for several");
+  pens->add_flag("--json", options.json, "One JSON document on standard output");
+  pens->add_flag("--ids", options.idsOnly, "Only the ids, one a line");
+
+  CLI::App* verify =
+      AddCommand(app, parsed, "verify", "Check a bundle's signatures, and that pens are ready for it", VerifyCommand);
+  AddBundle(verify, parsed);
+  AddPens(verify, parsed);
+  AddOutput(verify, parsed);
+
+  AddInstall(app, parsed);
+
+  CLI::App* remove = AddCommand(app, parsed, "remove", "Remove a group of applications from pens", RemoveCommand);
+  remove->add_option("GROUP", options.group, "The group's name; letter case counts")->required()->type_name("");
+  AddPens(remove, parsed);
+  AddOutput(remove, parsed);
+
+  CLI::App* version = AddCommand(app, parsed, "version", "Tell the version of the library", VersionCommand);
+  version->add_flag("--json", options.json, "One JSON document on standard output");
+}
+
+// One sentence, and where to read more.
+std::string FailureMessage(const CLI::App* app, const CLI::Error& error) {
+  const CLI::App* sub = app->get_subcommands().empty() ? app : app->get_subcommands().front();
+  std::string name = sub == app ? "quarvel" : "quarvel " + sub->get_name();
+  return fmt::format("quarvel: {}. See `{} --help`.\n", error.what(), name);
+}
+
+void Understand(Parsed& parsed, const CLI::App& app) {
+  for (const std::string& pen : parsed.pens) parsed.options.pens.push_back(*ParsePenId(pen));
+  bool needsPen = parsed.command == InstallCommand || parsed.command == RemoveCommand;
+  if (!needsPen || !parsed.pens.empty() || parsed.options.all) return;
+  throw Failure(ExitStatus::kUsage,
+                fmt::format("Name the pens to {} with --pen ID (`quarvel pens` lists them) or take --all.",
+                            app.got_subcommand("install") ? "install on" : "remove from"));
+}
+
+}  // namespace
+
+int RunCommandLine(int argc, char** argv) {
+  CLI::App app("Installs signed application bundles onto digital pens.", "quarvel");
+  app.require_subcommand(1);
+  app.set_version_flag("--version", LibraryVersion);
+  app.failure_message(FailureMessage);
+  app.get_formatter()->column_width(26);
+  app.footer('\n' + ExitStatusHelp() + "With several pens the status is that of the first pen that failed.");
+  Parsed parsed;
+  AddCommands(app, parsed);
+  try {
+    app.parse(argc, argv);
+    Understand(parsed, app);
+    return static_cast<int>(parsed.command(parsed.options));
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : static_cast<int>(ExitStatus::kUsage);
+  } catch (const Failure& failure) {
+    fmt::print(stderr, "quarvel: {}\n", failure.what());
+    return static_cast<int>(failure.Status());
+  } catch (const std::exception& error) {
+    fmt::print(stderr, "quarvel: an internal error: {}\n", error.what());
+    return static_cast<int>(ExitStatus::kInternal);
+  }
+}

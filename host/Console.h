@@ -1,0 +1,40 @@
+// Where human text goes: standard output, or standard error when standard output carries JSON. Knows whether a person
+// watches (a terminal), how wide the window is, and whether colours are wanted. Written to by one thread at a time;
+// during a run the Progress object sees to that.
+#ifndef QUARVEL_HOST_CONSOLE_H
+#define QUARVEL_HOST_CONSOLE_H
+
+#include <stdio.h>
+
+#include <string>
+#include <string_view>
+
+enum class Paint { kNone, kGood, kWarning, kBad };
+
+class Console {
+ public:
+  Console(bool json, bool quiet);
+
+  // One line of human text; nothing when quiet.
+  void Line(std::string_view text) const;
+  // One line that a person must see, to standard error, also when quiet.
+  void Problem(std::string_view text) const;
+  // Text as it stands, without a line's end; for redrawing.
+  void Raw(std::string_view text) const;
+  std::string Painted(Paint paint, std::string_view text) const;
+
+  // A terminal that can move its cursor shows the human text.
+  bool IsTerminal() const { return m_terminal; }
+  bool IsQuiet() const { return m_quiet; }
+  // A person is there to answer a question.
+  bool CanAsk() const;
+  size_t Columns() const;
+
+ private:
+  FILE* m_out;
+  bool m_quiet;
+  bool m_terminal;
+  bool m_color;
+};
+
+#endif

@@ -1,0 +1,49 @@
+#include "host/Interrupts.h"
+
+#include <pthread.h>
+#include <stdio.h>
+#include <unistd.h>
+
+#include "host/ResultTexts.h"
+
+Interrupts::Interrupts() {
+  sigemptyset(&m_signals);
+  for (int signal : {SIGINT, SIGTERM, SIGHUP, SIGUSR1}) sigaddset(&m_signals, signal);
+  pthread_sigmask(SIG_BLOCK, &m_signals, &m_before);
+  m_thread = std::thread(&Interrupts::Serve, this);
+}
+
+Interrupts::~Interrupts() {
+  m_ending = true;
+  pthread_kill(m_thread.native_handle(), SIGUSR1);
+  m_thread.join();
+  pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
+}
+
+void Interrupts::Attend(Handler handler) {
+  std::lock_guard<std::mutex> guard(m_lock);
+  m_handler = std::move(handler);
+  m_pensTouched = true;
+}
+
+// SIGUSR1 is only the destructor's way to end the wait.
+void Interrupts::Serve() {
+  int signal = 0;
+  while (sigwait(&m_signals, &signal) == 0 && !m_ending) {
+    if (signal != SIGUSR1) OnSignal();
+  }
+}
+
+void Interrupts::OnSignal() {
+  std::lock_guard<std::mutex> guard(m_lock);
+  int count = ++m_count;
+  if (!m_handler) {
+    fputs(m_pensTouched ? "\nquarvel: stopped.\n" : "\nquarvel: stopped; no pen was touched.\n", stderr);
+    _exit(static_cast<int>(ExitStatus::kAborted));
+  }
+  if (count >= 3) {
+    fputs("\nquarvel: stopped at once.\n", stderr);
+    _exit(static_cast<int>(ExitStatus::kKilled));
+  }
+  m_handler(count);
+}

@@ -1,0 +1,54 @@
+// The packages of one pen's run as the callback reported them: what was sent, what was finished, what failed. Owned by
+// the run; the library never reports two packages of one pen at once, so there is no lock.
+#ifndef QUARVEL_HOST_PACKAGELIST_H
+#define QUARVEL_HOST_PACKAGELIST_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/Events.h"
+#include "host/LogReader.h"
+#include "installer/QuarvelPublic.h"
+
+struct PackageRow {
+  std::string path;  // where the package was unpacked to; tells it from others of the same file name
+  std::string file;
+  std::string name;
+  std::string guid;
+  std::string version;
+  std::string group;
+  std::string fileType;
+  uint64_t done = 0;
+  uint64_t total = 0;
+  bool transferred = false;  // a part of it was sent
+  bool sent = false;         // its last byte was sent
+  bool finished = false;     // the library is through with it, installed or not
+  InsResCode error = insSuccess;
+  // Filled by Conclude.
+  std::string outcome;  // "installed", "skipped", "failed", "not finished", "removed"
+  std::string reason;
+};
+
+class PackageList {
+ public:
+  // Takes a report into account and returns the package that it is about.
+  PackageRow& Take(const PenUpdateProgressCallbackInfo& info);
+  // Gives every package of an install its outcome, from the reports and from the log lines of the run.
+  void ConcludeInstall(InsResCode result, const std::vector<LogLine>& lines);
+  void ConcludeRemoval();
+
+  const std::vector<PackageRow>& Rows() const { return m_rows; }
+  // The first error that was reported; 0 when there was none.
+  InsResCode FirstError() const;
+
+ private:
+  PackageRow& Find(const PenUpdateProgressCallbackInfo& info);
+  std::vector<PackageRow> m_rows;
+};
+
+// "same version already installed", from the log's "Skipped ..." line.
+std::string SkipReason(std::string_view message);
+Json ToJson(const PackageRow& row);
+
+#endif

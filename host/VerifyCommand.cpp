@@ -1,0 +1,58 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "host/Commands.h"
+#include "host/LoadedBundle.h"
+#include "host/PenList.h"
+#include "host/Text.h"
+#include "platform/Tessvik.h"
+
+namespace {
+
+// Whether an install could begin on the pen now.
+InsResCode Readiness(Pen& pen) {
+  if (pen.state == pcPenStateFirmwareDownload) return insSuccess;
+  ReadContents(pen);
+  return pen.contents && !pen.contents->firmware.empty() ? insSuccess : insPenFailure;
+}
+
+std::string ReadyText(const Pen& pen) {
+  std::string id = IdText(pen);
+  if (pen.state == pcPenStateFirmwareDownload) return fmt::format("Pen {} is ready; it is in download mode.", id);
+  return fmt::format("Pen {} is ready; it has firmware {} and {} applications.", id, Printable(pen.contents->firmware),
+                     pen.contents->penlets.size());
+}
+
+ExitStatus CheckPen(Session& session, Pen& pen) {
+  InsResCode code = Readiness(pen);
+  if (code == insSuccess) {
+    session.console().Line(ReadyText(pen));
+  } else {
+    session.console().Problem(fmt::format("Pen {} cannot be read.", IdText(pen)));
+    session.Explain(code, "");
+  }
+  session.WriteResult(IdText(pen), code, StatusOf(code), "", {});
+  return StatusOf(code);
+}
+
+}  // namespace
+
+ExitStatus VerifyCommand(const Options& options) {
+  return Session::Serve(options, "verify", [&](Session& session) {
+    Configuration configuration(options);
+    bool withPens = options.all || !options.pens.empty();
+    std::vector<Pen> pens = withPens ? SelectPens(options.pens, options.all) : std::vector<Pen>();
+    session.WriteRun(nullptr);
+    LoadedBundle bundle(session, options.bundle, configuration);
+    session.console().Line(fmt::format("{} is valid: every file is signed by the owner of a given certificate.",
+                                       Printable(options.bundle)));
+    session.WriteResult(nullptr, insSuccess, ExitStatus::kDone, "", {});
+    ExitStatus status = ExitStatus::kDone;
+    for (Pen& pen : pens) {
+      ExitStatus of = CheckPen(session, pen);
+      if (status == ExitStatus::kDone) status = of;
+    }
+    return status;
+  });
+}

@@ -1,0 +1,31 @@
+#include "host/WaitWatch.h"
+
+#include <algorithm>
+
+// The last byte of a download is reported twice: when it was sent, and once more when the pen is back.
+void WaitWatch::OnReport(int32_t penHandle, std::string_view fileType, bool complete) {
+  m_penHandle = penHandle;
+  m_firmware = m_firmware && fileType == "Firmware";
+  if (!complete) {
+    m_phase = Phase::kDownloading;
+  } else {
+    m_phase = m_phase == Phase::kDownloading ? Phase::kDownloaded : Phase::kBetween;
+  }
+}
+
+WaitFor WaitWatch::Expected(bool present) const {
+  if (!m_firmware || m_phase == Phase::kDownloading) return WaitFor::kNothing;
+  if (!present) return WaitFor::kReturn;
+  return m_phase == Phase::kDownloaded ? WaitFor::kLeave : WaitFor::kNothing;
+}
+
+Wait WaitWatch::Poll(std::span<const int32_t> handles, Time now) {
+  bool present = std::find(handles.begin(), handles.end(), m_penHandle) != handles.end();
+  WaitFor what = Expected(present);
+  if (what != m_what) {
+    m_what = what;
+    m_since = now;
+  }
+  auto seconds = std::chrono::duration_cast<std::chrono::seconds>(now - m_since).count();
+  return {what, static_cast<int>(std::min<int64_t>(seconds, Wait::kLimit))};
+}

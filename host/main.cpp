@@ -1,0 +1,5 @@
+#include "host/Arguments.h"
+
+int main(int argc, char** argv) {
+  return RunCommandLine(argc, argv);
+}
