@@ -104,6 +104,11 @@ void AddCommands(CLI::App& app, Parsed& parsed) {
   AddPens(remove, parsed);
   AddOutput(remove, parsed);
 
+  CLI::App* report =
+      AddCommand(app, parsed, "report", "Gather versions, pens and the last run's traces for support", ReportCommand);
+  report->add_option("-o,--output", options.output, "The zip file to write")->required()->type_name("FILE");
+  report->add_flag("--full", options.full, "Leave pen ids as they are; else they are masked");
+
   CLI::App* version = AddCommand(app, parsed, "version", "Tell the version of the library", VersionCommand);
   version->add_flag("--json", options.json, "One JSON document on standard output");
 }

@@ -1,0 +1,92 @@
+#include <fmt/format.h>
+#include <sys/utsname.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "host/BundleSummary.h"
+#include "host/Commands.h"
+#include "host/Failure.h"
+#include "host/Masking.h"
+#include "host/PenList.h"
+#include "host/RunFolder.h"
+#include "host/Text.h"
+#include "host/Versions.h"
+#include "host/ZipWriter.h"
+
+namespace {
+
+// The last part of a file, from the beginning of a line; a log that the user keeps may be long.
+std::string ReadEnd(const std::string& file) {
+  constexpr uint64_t longest = 4 << 20;
+  std::error_code error;
+  uint64_t size = std::filesystem::file_size(file, error);
+  if (error) return "";
+  std::ifstream in(file, std::ios::binary);
+  uint64_t skipped = size > longest ? size - longest : 0;
+  in.seekg(static_cast<std::streamoff>(skipped));
+  std::string text(size - skipped, '\0');
+  in.read(text.data(), static_cast<std::streamsize>(text.size()));
+  text.resize(static_cast<size_t>(in.gcount()));
+  return skipped > 0 ? text.substr(text.find('\n') + 1) : text;
+}
+
+std::string Versions() {
+  utsname system{};
+  uname(&system);
+  return ToLine({{"schema", 1},
+                 {"quarvel", LibraryVersion()},
+                 {"system", system.sysname},
+                 {"release", system.release},
+                 {"machine", system.machine},
+                 {"time", TimeText()}});
+}
+
+std::string Pens() {
+  Json list = Json::array();
+  for (Pen& pen : ConnectedPens()) {
+    ReadContents(pen);
+    list.push_back(ToJson(pen));
+  }
+  return ToLine({{"schema", 1}, {"pens", list}});
+}
+
+struct Member {
+  std::string name;
+  std::string content;
+};
+
+void AddLastRun(std::vector<Member>& members, const RunFolder& run) {
+  Json description = run.ReadDescription();
+  members.push_back({"run.json", ToLine(description)});
+  members.push_back({"events.jsonl", ReadEnd(run.EventsFile())});
+  members.push_back({"quarvel.log", ReadEnd(description.value("log", run.LogFile()))});
+  std::string bundle = description.value("bundle", "");
+  if (bundle.empty()) return;
+  BundleSummary summary = SummaryOf(bundle);
+  members.push_back({"bundle.json", ToLine(summary.about)});
+  if (!summary.updateXml.empty()) members.push_back({"update.xml", summary.updateXml});
+  if (!summary.bomXml.empty()) members.push_back({"bom.xml", summary.bomXml});
+}
+
+void MaskIds(std::vector<Member>& members) {
+  Masking masking;
+  for (const Member& member : members) masking.AddFrom(member.content);
+  for (Member& member : members) member.content = masking.Apply(member.content);
+}
+
+}  // namespace
+
+ExitStatus ReportCommand(const Options& options) {
+  std::vector<Member> members{{"versions.json", Versions()}, {"pens.json", Pens()}};
+  std::optional<RunFolder> last = RunFolder::Last();
+  if (last) AddLastRun(members, *last);
+  if (!options.full) MaskIds(members);
+  ZipWriter zip(options.output);
+  for (const Member& member : members) zip.Add(member.name, member.content);
+  zip.Close();
+  fmt::print("Wrote {} with the versions, the connected pens{}; {}.\n", options.output,
+             last ? ", and the last run's bundle, events and log" : " (there is no run to report)",
+             options.full ? "pen ids stand in it in full" : "pen ids are masked");
+  return ExitStatus::kDone;
+}
