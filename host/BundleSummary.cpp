@@ -26,7 +26,7 @@ std::string ReadMember(const Archive& archive, const char* name) {
       info.uncompressed_size > kLongestManifest || unzOpenCurrentFile(archive.get()) != UNZ_OK) {
     return "";
   }
-  std::string text(info.uncompressed_size, '\0');
+  std::string text(static_cast<size_t>(info.uncompressed_size), '\0');
   int size = unzReadCurrentFile(archive.get(), text.data(), static_cast<unsigned>(text.size()));
   unzCloseCurrentFile(archive.get());
   text.resize(static_cast<size_t>(std::max(size, 0)));

@@ -25,7 +25,7 @@ std::string ReadEnd(const std::string& file) {
   std::ifstream in(file, std::ios::binary);
   uint64_t skipped = size > longest ? size - longest : 0;
   in.seekg(static_cast<std::streamoff>(skipped));
-  std::string text(size - skipped, '\0');
+  std::string text(static_cast<size_t>(size - skipped), '\0');
   in.read(text.data(), static_cast<std::streamsize>(text.size()));
   text.resize(static_cast<size_t>(in.gcount()));
   return skipped > 0 ? text.substr(text.find('\n') + 1) : text;

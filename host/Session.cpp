@@ -44,7 +44,7 @@ std::string ReadTextFile(const std::string& file) {
   constexpr uint64_t longest = 1 << 20;
   std::error_code error;
   uint64_t size = std::filesystem::file_size(file, error);
-  std::string text(error || size > longest ? 0 : size, '\0');
+  std::string text(error || size > longest ? 0 : static_cast<size_t>(size), '\0');
   std::ifstream in(file, std::ios::binary);
   in.read(text.data(), static_cast<std::streamsize>(text.size()));
   if (error || !in || text.empty()) {
