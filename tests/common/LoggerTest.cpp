@@ -1,0 +1,255 @@
+// The log, read back from its file the way a support engineer does.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Common/LogPath.h"
+#include "Common/Logger_mac.h"
+#include "tests/support/TempFolder.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr unsigned long kNever = 3'600'000;
+
+// A logger whose file is `log` in a folder of its own; the task sleeps unless the test gives it an interval.
+struct Log {
+  explicit Log(unsigned long interval = kNever, unsigned long maxSize = 1048576, unsigned long shrinkSize = 256000,
+               unsigned long messageLimit = 1024)
+      : path(folder / "log"), logger(0, path.c_str(), nullptr, maxSize, shrinkSize, interval, messageLimit) {}
+
+  std::string Text() {
+    logger.Flush();
+    return ReadWholeFile(path);
+  }
+  std::vector<std::string> Messages() {
+    std::vector<std::string> messages;
+    std::istringstream in(Text());
+    for (std::string line; std::getline(in, line);) messages.push_back(line.substr(54));
+    return messages;
+  }
+
+  TempFolder folder;
+  std::string path;
+  CLogger logger;
+};
+
+bool WaitFor(const std::function<bool()>& condition) {
+  for (int i = 0; i < 500; ++i) {
+    if (condition()) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return false;
+}
+
+}  // namespace
+
+TEST(Logger, WritesTheLineThatPeopleRead) {
+  Log log;
+  log.logger.LogEvent("insStartInstall", "+penHandle=%d", 3);
+  log.logger.LogErrorText("AFunctionWithALongName", -2, "it failed");
+  log.logger.LogEvent(nullptr, nullptr);
+  char thread[9];
+  snprintf(thread, sizeof thread, "%08x", static_cast<unsigned>(pthread_self()));
+  const std::string head = "[01######|##:##:##] [" + std::string(thread) + "] ";
+  std::string text = log.Text();
+  for (size_t line = 0; line < text.size(); line = text.find('\n', line) + 1) {
+    std::replace_if(
+        &text[line + 3], &text[line + 18], [](unsigned char c) { return isdigit(c) != 0; }, '#');
+  }
+  EXPECT_EQ(text, head + "[insStartInstall     ] +penHandle=3\n" + head +
+                      "[AFunctionWithALongNa] it failed (Error 0xfffffffe)\n" + head + "[                    ] \n");
+}
+
+TEST(Logger, DateTextCountsYearsFrom1900) {
+  char text[CLogger::kDateSize];
+  CLogger::GenStringDate(126, 1, 9, 0, 59, 7, text);
+  EXPECT_STREQ(text, "01260109|00:59:07");
+}
+
+TEST(Logger, TrimsBlanksAndReplacesCharacters) {
+  char text[] = "a b\t  ";
+  CLogger::RTrim(text);
+  EXPECT_STREQ(text, "a b\t");
+  CLogger::ReplaceChar(text, 'b', 'a');
+  EXPECT_STREQ(text, "a a\t");
+}
+
+TEST(Logger, CutsMessagesAtTheLimit) {
+  for (const unsigned long limit : {0ul, 1ul, 10ul, 1024ul, 5000ul}) {
+    SCOPED_TRACE(limit);
+    Log log(kNever, 1048576, 256000, limit);
+    const std::string longText(6000, 'x');
+    log.logger.LogEvent("Tag", "%s", longText.c_str());
+    log.logger.LogEventText("Tag", longText.c_str());
+    const std::string expected(limit > 0 ? limit - 1 : 0, 'x');
+    EXPECT_EQ(log.Messages(), (std::vector{expected, expected}));
+  }
+}
+
+TEST(Logger, IsSilentUntilInitAndKeepsErrno) {
+  CLogger logger;
+  logger.LogEvent("Tag", "nowhere");
+  EXPECT_FALSE(logger.Open());
+  testing::internal::CaptureStdout();
+  logger.Init(0, "/proc/no/such/log", nullptr, 1, 1, kNever, 1024);
+  errno = 77;
+  logger.LogError("Tag", 1, "dropped");
+  EXPECT_EQ(errno, 77);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "Open: Error opening log file \"/proc/no/such/log\". Err=2\n");
+}
+
+TEST(Logger, EchoesTheKindsThatTheFlagsName) {
+  struct Row {
+    const char* name;
+    int flags;
+    bool out;
+    bool err;
+  };
+  const Row rows[] = {{"events to stdout", CLogger::kEventsToStdout, true, false},
+                      {"events to stderr", CLogger::kEventsToStderr, false, true},
+                      {"errors to both", CLogger::kErrorsToStdout | CLogger::kErrorsToStderr, false, false}};
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    Log log;
+    log.logger.Init(row.flags, log.path.c_str(), nullptr, 1048576, 256000, kNever, 1024);
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    log.logger.LogEvent("Tag", "an event");
+    EXPECT_EQ(testing::internal::GetCapturedStdout().ends_with("] an event\n"), row.out);
+    EXPECT_EQ(testing::internal::GetCapturedStderr().ends_with("] an event\n"), row.err);
+    EXPECT_EQ(log.Messages(), std::vector<std::string>{"an event"});
+  }
+}
+
+TEST(Logger, DisabledEchoesOnlyWhileAFileIsStillOpen) {
+  Log log;
+  log.logger.LogEvent("Tag", "in the file");
+  log.logger.Init(CLogger::kNoFile | CLogger::kEventsToStdout, nullptr, nullptr, 1048576, 256000, kNever, 1024);
+  testing::internal::CaptureStdout();
+  log.logger.LogEvent("Tag", "echoed");
+  log.logger.Close();
+  log.logger.LogEvent("Tag", "nowhere");
+  EXPECT_TRUE(testing::internal::GetCapturedStdout().ends_with("] echoed\n"));
+  EXPECT_EQ(log.Messages(), std::vector<std::string>{"in the file"});
+}
+
+TEST(Logger, PathComesFromFlagsNameAndFolder) {
+  TempFolder folder;
+  const std::string home = folder.path();
+  const std::string config = home + "/config";
+  setenv("HOME", home.c_str(), 1);
+  setenv("XDG_CONFIG_HOME", config.c_str(), 1);
+  const std::string here = fs::current_path().string() + "/";
+  struct Row {
+    const char* name;
+    int flags;
+    const char* file;
+    const char* folder;
+    std::string path;
+  };
+  const Row rows[] = {
+      {"nothing given", 0, nullptr, nullptr, here + "Tessvik.log"},
+      {"bare name", 0, "a.log", nullptr, here + "a.log"},
+      {"a folder without a name", 0, "logs/", nullptr, "logs/Tessvik.log"},
+      {"backslash before slash", 0, "c\\x/a.log", nullptr, "c/x/a.log"},
+      {"folder replaces with a drive", 0, "b/a.log", "c:\\logs\\", "c:\\logs\\a.log"},
+      {"folder replaces with a share", 0, "b/a.log", "\\\\host\\logs", "\\\\host\\logs/a.log"},
+      {"folder is appended, leading slash or not", 0, "b/a.log", "/c", "b/c/a.log"},
+      {"documents", CLogger::kDocumentsFolder, "b/a.log", nullptr, home + "/My Papers/a.log"},
+      {"documents by both bits", CLogger::kDocumentsFolder | CLogger::kUserFolder, "a.log", "/q",
+       home + "/My Papers/q/a.log"},
+      {"applications", CLogger::kUserFolder, "b/a.log", nullptr, home + "/Applications/a.log"},
+  };
+  folder.Write("config/user-dirs.dirs",
+               "# XDG_DOCUMENTS_DIR=\"/x\"\nXDG_DESKTOP_DIR=\"$HOME\"\nXDG_DOCUMENTS_DIR=\"$HOME/My Papers\"\n");
+  for (const Row& row : rows) EXPECT_EQ(ResolveLogPath(row.flags, row.file, row.folder), row.path) << row.name;
+  EXPECT_EQ(ResolveLogPath(0, std::string(300, 'n').c_str(), "/").size(), 259u);
+  fs::remove(config + "/user-dirs.dirs");
+  EXPECT_EQ(DocumentsFolder(), home + "/Documents");
+}
+
+TEST(Logger, AnOpenFileStaysInUseUntilItWasIdle) {
+  Log log;
+  log.logger.LogEvent("Tag", "first");
+  const std::string second = log.folder / "second";
+  log.logger.Init(0, second.c_str(), nullptr, 1048576, 256000, kNever, 1024);
+  log.logger.LogEvent("Tag", "still the first");
+  log.logger.Flush();
+  EXPECT_FALSE(fs::exists(second));
+  log.logger.Close();
+  log.logger.LogEvent("Tag", "now the second");
+  EXPECT_EQ(log.Messages().size(), 2u);
+  EXPECT_TRUE(ReadWholeFile(second).ends_with("now the second\n"));
+}
+
+TEST(Logger, TrimsToWholeLinesAfterTheOffset) {
+  Log log;
+  const std::string before(256001, 'o');
+  const std::string cutLine = "cut\r";
+  const std::string kept(1048577 - before.size() - cutLine.size() - 1, 'k');
+  std::ofstream(log.path + ".tmp") << "left by a killed process";
+  std::ofstream(log.path) << before << cutLine << kept << '\n';
+  log.logger.ShrinkLog();
+  EXPECT_EQ(ReadWholeFile(log.path), kept + '\n');
+  EXPECT_FALSE(fs::exists(log.path + ".tmp"));
+  log.logger.LogEvent("Tag", "after");
+  EXPECT_TRUE(log.Text().ends_with("\n") && log.Text().ends_with("after\n"));
+}
+
+TEST(Logger, LeavesAFileWithinItsBoundsAndEmptiesOneBeyondReason) {
+  Log log(kNever, 100, 50);
+  std::ofstream(log.path) << std::string(100, 'x');
+  log.logger.ShrinkLog();
+  EXPECT_EQ(fs::file_size(log.path), 100u);
+  log.logger.Init(0, log.path.c_str(), nullptr, 10, 1000, kNever, 1024);
+  log.logger.ShrinkLog();
+  EXPECT_EQ(fs::file_size(log.path), 0u);
+}
+
+TEST(Logger, TaskFlushesThenTrimsAndClosesWhenIdle) {
+  Log log(20, 300, 100);
+  for (int i = 0; i < 10; ++i) log.logger.LogEvent("Tag", "line %d", i);
+  EXPECT_TRUE(WaitFor([&] { return fs::exists(log.path) && fs::file_size(log.path) == 183; }))
+      << ReadWholeFile(log.path);
+  EXPECT_TRUE(ReadWholeFile(log.path).ends_with("line 9\n"));
+  EXPECT_TRUE(WaitFor([&] { return log.logger.Open(); }));  // it was closed
+}
+
+TEST(Logger, DestructorWritesWhatWaits) {
+  TempFolder folder;
+  { CLogger(0, (folder / "log").c_str(), nullptr, 1048576, 256000, kNever, 1024).LogEvent("Tag", "last words"); }
+  EXPECT_TRUE(ReadWholeFile(folder / "log").ends_with("last words\n"));
+}
+
+TEST(Logger, LinesOfThreadsNeverInterleave) {
+  Log log(1);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 8; ++t) {
+    threads.emplace_back([&log, t] {
+      for (int i = 0; i < 1000; ++i) log.logger.LogEvent("Tag", "thread %d line %d.", t, i);
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  int next[8] = {};
+  for (const std::string& message : log.Messages()) {
+    int thread = 0;
+    int line = 0;
+    ASSERT_EQ(sscanf(message.c_str(), "thread %d line %d.", &thread, &line), 2) << message;
+    EXPECT_EQ(line, next[thread]++) << message;
+  }
+  for (const int count : next) EXPECT_EQ(count, 1000);
+}
