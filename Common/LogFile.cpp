@@ -13,6 +13,8 @@
 #include <utility>
 #include <vector>
 
+#include "Common/LogPath.h"
+
 namespace {
 
 // A process that holds the lock is at work for a millisecond or so, unless it was stopped in the middle: then lines go
@@ -126,7 +128,7 @@ class LogFile::Hold {
 bool LogFile::Open(const std::string& path) {
   Close();
   m_fd = OpenToAppend(path);
-  m_path = path;
+  m_path = path.starts_with('/') ? path : WorkingFolder() + path;  // the host may change its folder meanwhile
   return IsOpen();
 }
 
