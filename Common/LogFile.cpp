@@ -13,13 +13,11 @@
 #include <utility>
 #include <vector>
 
-#include "Common/LogPath.h"
-
 namespace {
 
-// A process that holds the lock is at work for a millisecond or so, unless it was stopped in the middle: then lines go
-// their way without the lock, and later ones no longer wait for it.
-constexpr int kLockTries = 500;
+// A process that holds the lock is at work for a millisecond or so, unless it was stopped in the middle; then lines go
+// their way without it.
+constexpr int kLockTries = 20;
 constexpr std::chrono::milliseconds kLockPause{1};
 
 constexpr size_t kCopySize = 65536;
@@ -128,7 +126,7 @@ class LogFile::Hold {
 bool LogFile::Open(const std::string& path) {
   Close();
   m_fd = OpenToAppend(path);
-  m_path = path.starts_with('/') ? path : WorkingFolder() + path;  // the host may change its folder meanwhile
+  m_path = path;
   return IsOpen();
 }
 
@@ -136,25 +134,20 @@ void LogFile::Close() {
   if (IsOpen()) close(std::exchange(m_fd, -1));
 }
 
-// Returns whether the lock is held, on the file that the path names now.
+// Returns whether the lock is held; a file system without locks counts as holding it.
 bool LogFile::LockAndFollow() {
-  const int tries = m_holderIsStuck ? 1 : kLockTries;
-  bool locked = false;
-  for (int i = 0; i < tries && !locked; ++i) {
-    if (TryLock()) {
-      locked = !Follow();
-    } else {
+  for (int i = 0; i < kLockTries; ++i) {
+    if (flock(m_fd, LOCK_EX | LOCK_NB) == 0) {
+      if (!Follow()) return true;
+    } else if (errno == EWOULDBLOCK) {
       std::this_thread::sleep_for(kLockPause);
+    } else if (errno != EINTR) {
+      Follow();
+      return true;
     }
   }
-  if (!locked) Follow();
-  m_holderIsStuck = !locked;
-  return locked;
-}
-
-// A file system that has no locks counts as holding it.
-bool LogFile::TryLock() const {
-  return flock(m_fd, LOCK_EX | LOCK_NB) == 0 || (errno != EWOULDBLOCK && errno != EINTR);
+  Follow();
+  return false;
 }
 
 // Changes over to the file that has taken the place of this one, which gives up the lock; returns whether it did. Where

@@ -137,7 +137,6 @@ void CLogger::AfterForkInChild() {
 void CLogger::ResetInChild() {
   m_hasTask = false;
   m_file.Close();
-  UnLockLog();
-  MakeRecursiveLock(&m_lock);  // the thread that took it has another number here and cannot give it back
+  MakeRecursiveLock(&m_lock);
   MakeCondition(&m_wake);
 }
