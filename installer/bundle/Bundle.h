@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -64,6 +65,16 @@ class CBundle {
   InsResCode ParseGroup(const XMLElement* element, BundleGroup& group);
   InsResCode ParsePackage(const XMLElement* element, const std::string& folder, BundlePackage& package);
   InsResCode LoadDRM();
+
+  // The check of one file of the bundle at `path` with some of the verifiers; what must exist is `mustExist`.
+  using Verifiers = std::span<CVerifier* const>;
+  static InsResCode Check(const std::string& path, const std::string& mustExist, const BundleFileDRMInfo* info,
+                          Verifiers verifiers);
+  static CVerifier* FindVerifier(const BundleFileDRMInfo* info, Verifiers verifiers);
+  std::vector<CVerifier*> VerifierPointers() const;
+  // Logs what a check found, if it is a failure, and hands it on. `name` is the file's path inside the bundle.
+  InsResCode Judge(const char* tag, InsResCode result, const std::string& name) const;
+  InsResCode VerifyPackages(const std::vector<const BundlePackage*>& packages);
 
   std::vector<BundleGroup> m_groups;
   std::string m_extractFolder;

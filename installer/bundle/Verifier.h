@@ -1,5 +1,6 @@
-// One trusted certificate: its key, its subject and the check of a file's signature against it. A verifier's digest
-// context carries state through a check, so one verifier runs one check at a time.
+// One trusted certificate: its key, its subject and the check of a file's signature against it. A verifier's contexts
+// carry state through a check, so one verifier runs one check at a time; threads that check side by side have a twin
+// each.
 #ifndef QUARVEL_INSTALLER_BUNDLE_VERIFIER_H
 #define QUARVEL_INSTALLER_BUNDLE_VERIFIER_H
 
@@ -33,8 +34,14 @@ class CVerifier {
   static bool CompareSubject(const CertSubject& a, const CertSubject& b);
   bool CompareSubject(const CertSubject& other) const { return CompareSubject(m_subject, other); }
 
-  // Checks a base64 SHA-1 signature over the bytes of `file`.
+  // Checks a base64 SHA-1 signature over the bytes of `file`. False also when the file cannot be opened or no
+  // certificate is loaded.
   bool VerifySignature(const char* file, const char* signatureBase64);
+  // The same over what an open file holds from its position on.
+  bool VerifySignature(int descriptor, const char* signatureBase64);
+
+  // Another verifier of the same certificate, for another thread. The key is shared, it does not change.
+  CVerifier Twin() const;
 
  private:
   struct FreeKey {
@@ -43,9 +50,17 @@ class CVerifier {
   struct FreeContext {
     void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
   };
+  struct FreeKeyContext {
+    void operator()(EVP_PKEY_CTX* context) const { EVP_PKEY_CTX_free(context); }
+  };
+
+  bool PrepareContexts();
+  bool DigestFile(int descriptor, unsigned char* digest, unsigned int* size);
+
   std::unique_ptr<EVP_PKEY, FreeKey> m_publicKey;
   std::unique_ptr<EVP_MD_CTX, FreeContext> m_digestContext;
   const EVP_MD* m_digest = nullptr;
+  std::unique_ptr<EVP_PKEY_CTX, FreeKeyContext> m_keyContext;  // ready to verify one SHA-1 digest after the other
   CertSubject m_subject{};
 };
 

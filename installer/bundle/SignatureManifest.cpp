@@ -1,0 +1,61 @@
+// The signature manifest "bom.xml": who signed which file, and the signatures.
+#include "Common/FileUtil.h"
+#include "Common/Logger_mac.h"
+#include "Common/StringUtil.h"
+#include "Common/Xml.h"
+#include "installer/bundle/Bundle.h"
+
+namespace {
+
+// Where a file lies inside the bundle, as packages name it: single backslashes stay as they are.
+std::string KeyOf(const std::string& folder, const std::string& name) {
+  std::string key = name;
+  if (!folder.empty() && folder != "/" && folder != "\\") {
+    key = CStringUtil::ReplaceAll(CStringUtil::ReplaceAll(folder + "/" + key, "//", "/"), "\\\\", "/");
+  }
+  CStringUtil::ToLower(key);
+  return key;
+}
+
+}  // namespace
+
+InsResCode CBundle::LoadDRM() {
+  m_drmInfos.clear();
+  XML document((m_extractFolder + "/bom.xml").c_str(), 0);
+  XMLElement* root = document.HasDefaultRoot() ? nullptr : document.GetRootElement();
+  if (!root) {
+    g_Logger.LogEvent("LoadDRM", "Not found BOM root element");
+    return insBadManifest;
+  }
+
+  XMLElement* const* entries = root->GetChildren();
+  std::string name;
+  std::string folder;
+  const BundleFileDRMInfo* latest = nullptr;
+  for (unsigned i = 0; i < root->GetChildrenNum(); ++i) {
+    if (!entries[i]->GetVariable("name", name)) continue;
+    BundleFileDRMInfo info;
+    if (entries[i]->GetVariable("subject", info.subjectText)) {
+      // Mostly one signer signs it all.
+      const bool isSame = latest && latest->subjectText == info.subjectText;
+      if (isSame) info.subject = latest->subject;
+      if (!isSame && !CVerifier::LoadSubject(info.subject, info.subjectText.c_str())) {
+        g_Logger.LogEvent("LoadDRM", "Unable to load signature of file %s", name.c_str());
+        return insBadSubject;
+      }
+    }
+    entries[i]->GetVariable("signature", info.signature);
+    folder.clear();
+    entries[i]->GetVariable("folder", folder);
+    const auto stored = m_drmInfos.insert_or_assign(KeyOf(folder, name), std::move(info)).first;
+    latest = &stored->second;
+  }
+  return insSuccess;
+}
+
+BundleFileDRMInfo* CBundle::GetDRMInfo(std::string path) {
+  CStringUtil::ToLower(path);
+  auto found = m_drmInfos.find(path);
+  if (found == m_drmInfos.end()) found = m_drmInfos.find(CFileUtil::GetFileName(path.c_str()));
+  return found == m_drmInfos.end() ? nullptr : &found->second;
+}
