@@ -13,11 +13,13 @@
 #include <utility>
 #include <vector>
 
+#include "Common/LogPath.h"
+
 namespace {
 
-// A process that holds the lock is at work for a millisecond or so, unless it was stopped in the middle; then lines go
-// their way without it.
-constexpr int kLockTries = 20;
+// A process that holds the lock is at work for a millisecond or so, unless it was stopped in the middle: then lines go
+// their way without the lock, and later ones no longer wait for it.
+constexpr int kLockTries = 500;
 constexpr std::chrono::milliseconds kLockPause{1};
 
 constexpr size_t kCopySize = 65536;
@@ -126,7 +128,7 @@ class LogFile::Hold {
 bool LogFile::Open(const std::string& path) {
   Close();
   m_fd = OpenToAppend(path);
-  m_path = path;
+  m_path = path.starts_with('/') ? path : WorkingFolder() + path;  // the host may change its folder meanwhile
   return IsOpen();
 }
 
@@ -134,20 +136,25 @@ void LogFile::Close() {
   if (IsOpen()) close(std::exchange(m_fd, -1));
 }
 
-// Returns whether the lock is held; a file system without locks counts as holding it.
+// Returns whether the lock is held, on the file that the path names now.
 bool LogFile::LockAndFollow() {
-  for (int i = 0; i < kLockTries; ++i) {
-    if (flock(m_fd, LOCK_EX | LOCK_NB) == 0) {
-      if (!Follow()) return true;
-    } else if (errno == EWOULDBLOCK) {
+  const int tries = m_holderIsStuck ? 1 : kLockTries;
+  bool locked = false;
+  for (int i = 0; i < tries && !locked; ++i) {
+    if (TryLock()) {
+      locked = !Follow();
+    } else {
       std::this_thread::sleep_for(kLockPause);
-    } else if (errno != EINTR) {
-      Follow();
-      return true;
     }
   }
-  Follow();
-  return false;
+  if (!locked) Follow();
+  m_holderIsStuck = !locked;
+  return locked;
+}
+
+// A file system that has no locks counts as holding it.
+bool LogFile::TryLock() const {
+  return flock(m_fd, LOCK_EX | LOCK_NB) == 0 || (errno != EWOULDBLOCK && errno != EINTR);
 }
 
 // Changes over to the file that has taken the place of this one, which gives up the lock; returns whether it did. Where

@@ -69,12 +69,6 @@ bool ReplacesFolder(std::string_view folder) {
   return folder.starts_with("\\\\") || (folder.size() > 1 && folder[1] == ':');
 }
 
-std::string WorkingFolder() {
-  std::array<char, 4096> buffer;
-  const char* folder = getcwd(buffer.data(), buffer.size());
-  return folder ? std::string(folder) + "/" : "";
-}
-
 }  // namespace
 
 std::string DocumentsFolder() {
@@ -105,4 +99,10 @@ std::string ResolveLogPath(int flags, const char* fileName, const char* folder) 
   if (base.empty()) base = WorkingFolder();
   if (!base.ends_with('/') && !base.ends_with('\\')) base += '/';
   return (base + name).substr(0, kMaxPath);
+}
+
+std::string WorkingFolder() {
+  std::array<char, 4096> buffer;
+  const char* folder = getcwd(buffer.data(), buffer.size());
+  return folder ? std::string(folder) + "/" : "";
 }

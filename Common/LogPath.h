@@ -15,4 +15,7 @@ std::string DocumentsFolder();
 // "Applications" in the home folder; empty as above.
 std::string ApplicationsFolder();
 
+// The host's working folder and "/"; empty when it is gone.
+std::string WorkingFolder();
+
 #endif

@@ -137,6 +137,7 @@ void CLogger::AfterForkInChild() {
 void CLogger::ResetInChild() {
   m_hasTask = false;
   m_file.Close();
-  MakeRecursiveLock(&m_lock);
+  UnLockLog();
+  MakeRecursiveLock(&m_lock);  // the thread that took it has another number here and cannot give it back
   MakeCondition(&m_wake);
 }

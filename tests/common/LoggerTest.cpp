@@ -196,6 +196,20 @@ TEST(Logger, AnOpenFileStaysInUseUntilItWasIdle) {
   EXPECT_TRUE(ReadWholeFile(second).ends_with("now the second\n"));
 }
 
+TEST(Logger, AnOpenFileStaysInUseWhenTheHostChangesItsFolder) {
+  TempFolder folder;
+  fs::create_directories(folder / "there/logs");
+  fs::create_directory(folder / "logs");
+  fs::current_path(folder.path());
+  CLogger logger(0, "logs/log", nullptr, 10, 0, kNever, 1024);
+  logger.LogEvent("Tag", "first");
+  fs::current_path(folder / "there");
+  logger.ShrinkLog();
+  EXPECT_EQ(ReadWholeFile(folder / "logs/log"), "");
+  EXPECT_FALSE(fs::exists(folder / "there/logs/log"));
+  fs::current_path("/");
+}
+
 TEST(Logger, TrimsToWholeLinesAfterTheOffset) {
   Log log;
   const std::string before(256001, 'o');
