@@ -1,36 +1,25 @@
 // quarvel-bundle: makes, signs, inspects and checks bundles.
-#include <CLI/CLI.hpp>
-
-#include <fmt/format.h>
-
 #include <cstdio>
+#include <exception>
 
+#include "authoring/Commands.h"
 #include "authoring/Failure.h"
-#include "authoring/Pack.h"
-#include "authoring/Signing.h"
+#include "authoring/Output.h"
 
 namespace {
 
 using authoring::ExitStatus;
 
-struct PackArguments {
-  std::string folder;
-  std::string output;
-  std::string key;
-  std::string certificate;
-};
+int Fail(ExitStatus status, const char* sentence) {
+  fmt::print(stderr, "quarvel-bundle: {}\n", authoring::Printable(sentence));
+  return static_cast<int>(status);
+}
 
-void AddPack(CLI::App& app, PackArguments& arguments) {
-  CLI::App* pack = app.add_subcommand("pack", "Sign a folder's files and make a bundle of them");
-  pack->add_option("DIR", arguments.folder, "Folder that holds update.xml and the package files")->required();
-  pack->add_option("-o,--output", arguments.output, "Bundle to write")->required()->type_name("FILE");
-  pack->add_option("--key", arguments.key, "Signer's private key, PEM")->required()->type_name("KEY.pem");
-  pack->add_option("--cert", arguments.certificate, "Signer's certificate, PEM")->required()->type_name("CERT.pem");
-  pack->callback([&arguments] {
-    authoring::Signer signer = authoring::Signer::FromFiles(arguments.key, arguments.certificate);
-    authoring::Pack(arguments.folder, signer, arguments.output);
-    fmt::print("Wrote {}, signed by {}\n", arguments.output, signer.certificate().Subject());
-  });
+// One sentence, and where to read more.
+std::string UsageMessage(const CLI::App* app, const CLI::Error& error) {
+  std::string command = "quarvel-bundle";
+  for (const CLI::App* chosen : app->get_subcommands()) command += " " + chosen->get_name();
+  return fmt::format("quarvel-bundle: {}. See \"{} --help\".\n", error.what(), command);
 }
 
 }  // namespace
@@ -38,15 +27,23 @@ void AddPack(CLI::App& app, PackArguments& arguments) {
 int main(int argc, char** argv) {
   CLI::App app("Makes, signs, inspects and checks bundles for digital pens.", "quarvel-bundle");
   app.require_subcommand(1);
-  PackArguments pack;
-  AddPack(app, pack);
+  app.set_version_flag("--version", QUARVEL_VERSION);
+  app.failure_message(UsageMessage);
+  app.footer(
+      "Exit status: 0 done, 1 a check found something, 2 wrong usage, 3 a file cannot be read or written, 4 a key or "
+      "certificate cannot be used.");
+  authoring::AddMakingCommands(app);
+  authoring::AddInspectingCommands(app);
   try {
     app.parse(argc, argv);
+  } catch (const CLI::RuntimeError& error) {
+    return error.get_exit_code();
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? 0 : static_cast<int>(ExitStatus::kUsage);
+    return app.exit(error) == 0 ? static_cast<int>(ExitStatus::kDone) : static_cast<int>(ExitStatus::kUsage);
   } catch (const authoring::Failure& failure) {
-    fmt::print(stderr, "quarvel-bundle: {}\n", failure.what());
-    return static_cast<int>(failure.status());
+    return Fail(failure.status(), failure.what());
+  } catch (const std::exception& unexpected) {
+    return Fail(ExitStatus::kFile, unexpected.what());
   }
   return static_cast<int>(ExitStatus::kDone);
 }

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <set>
 
+#include "Common/StringUtil.h"
 #include "authoring/Failure.h"
 
 namespace authoring {
@@ -55,6 +56,11 @@ std::vector<const ManifestPackage*> Manifest::FilePackages() const {
     }
   }
   return packages;
+}
+
+std::string LowerCase(std::string text) {
+  CStringUtil::ToLower(text);
+  return text;
 }
 
 }  // namespace authoring

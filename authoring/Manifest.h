@@ -46,6 +46,9 @@ class Manifest {
   std::vector<ManifestGroup> m_groups;
 };
 
+// Folded as the library folds names and keys before it compares them.
+std::string LowerCase(std::string text);
+
 }  // namespace authoring
 
 #endif

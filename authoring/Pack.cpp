@@ -1,6 +1,7 @@
 #include "authoring/Pack.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -23,6 +24,33 @@ void RequireFile(const fs::path& file, const std::string& remedy) {
   throw Failure(ExitStatus::kFile, fmt::format("There is no file {}; {}.", file.string(), remedy));
 }
 
+// A file under a temporary name beside its final one; it takes the final name or goes.
+class Draft {
+ public:
+  explicit Draft(const std::string& output)
+      : m_output(output), m_path(fmt::format("{}.{}.tmp", output, static_cast<long>(getpid()))) {}
+  ~Draft() {
+    std::error_code ignored;
+    fs::remove(m_path, ignored);
+  }
+  Draft(const Draft&) = delete;
+  Draft& operator=(const Draft&) = delete;
+
+  const std::string& path() const { return m_path; }
+  void Keep() {
+    std::error_code error;
+    fs::rename(m_path, m_output, error);
+    if (!error) return;
+    throw Failure(ExitStatus::kFile, fmt::format("Cannot write {}: {}; choose a file name in a folder that can be "
+                                                 "written.",
+                                                 m_output, error.message()));
+  }
+
+ private:
+  std::string m_output;
+  std::string m_path;
+};
+
 }  // namespace
 
 std::vector<SignedFile> FilesToSign(const std::string& folder) {
@@ -43,17 +71,24 @@ std::vector<SignedFile> FilesToSign(const std::string& folder) {
   return files;
 }
 
-void Pack(const std::string& folder, const Signer& signer, const std::string& output) {
+void PackWith(const std::string& folder, const Certificate& certificate, const std::string& output,
+              const SignatureSource& sign) {
   std::vector<SignedFile> files = FilesToSign(folder);
-  std::string subject = signer.certificate().Subject();
+  std::string subject = certificate.Subject();
   std::vector<BomEntry> entries;
-  for (const SignedFile& file : files)
-    entries.push_back({file.name, file.folder, subject, signer.SignFile(file.source)});
+  for (const SignedFile& file : files) entries.push_back({file.name, file.folder, subject, sign(file)});
 
-  ZipWriter zip(output);
+  Draft draft(output);
+  ZipWriter zip(draft.path(), output);
   zip.AddBytes(kSignatureManifestName, WriteBom(entries));
   for (const SignedFile& file : files) zip.AddFile(file.member, file.source);
   zip.Close();
+  draft.Keep();
+}
+
+void Pack(const std::string& folder, const Signer& signer, const std::string& output) {
+  PackWith(folder, signer.certificate(), output,
+           [&signer](const SignedFile& file) { return signer.SignFile(file.source); });
 }
 
 }  // namespace authoring

@@ -3,6 +3,7 @@
 #ifndef QUARVEL_AUTHORING_PACK_H
 #define QUARVEL_AUTHORING_PACK_H
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -22,7 +23,12 @@ struct SignedFile {
 // manifest cannot be read or lists a file that the folder lacks.
 std::vector<SignedFile> FilesToSign(const std::string& folder);
 
-// Writes the bundle of `folder` to `output`, replacing what is there. Throws Failure; a file that was begun is removed.
+// Gives the signature of a file, base64 on one line.
+using SignatureSource = std::function<std::string(const SignedFile& file)>;
+
+// Writes the bundle of `folder` to `output`, replacing what is there. Throws Failure; `output` is then as it was.
+void PackWith(const std::string& folder, const Certificate& certificate, const std::string& output,
+              const SignatureSource& sign);
 void Pack(const std::string& folder, const Signer& signer, const std::string& output);
 
 }  // namespace authoring

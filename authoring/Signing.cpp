@@ -7,8 +7,7 @@
 
 #include <algorithm>
 #include <cstring>
-#include <fstream>
-#include <vector>
+#include <exception>
 
 #include "authoring/Failure.h"
 #include "authoring/Files.h"
@@ -26,20 +25,27 @@ std::time_t ToSeconds(const ASN1_TIME* time) {
   return ASN1_TIME_to_tm(time, &parts) == 1 ? timegm(&parts) : 0;
 }
 
-// libcrypto's callback for an encrypted key: hands over the passphrase and remembers that it was asked.
+// libcrypto's callback for an encrypted key: hands over the passphrase and remembers that it was asked. What the source
+// throws waits here until libcrypto, which lets nothing be thrown through it, has returned.
 struct PassphraseRequest {
   const PassphraseSource& source;
   bool asked = false;
+  std::exception_ptr thrown{};
 
   static int Answer(char* buffer, int size, int, void* self) {
     auto* request = static_cast<PassphraseRequest*>(self);
     request->asked = true;
     if (!request->source) return -1;
-    std::string passphrase = request->source();
-    int length = std::min(size, static_cast<int>(passphrase.size()));
-    std::memcpy(buffer, passphrase.data(), static_cast<size_t>(length));
-    OPENSSL_cleanse(passphrase.data(), passphrase.size());
-    return length;
+    try {
+      std::string passphrase = request->source();
+      size_t length = std::min(static_cast<size_t>(size), passphrase.size());
+      std::memcpy(buffer, passphrase.data(), length);
+      OPENSSL_cleanse(passphrase.data(), passphrase.size());
+      return static_cast<int>(length);
+    } catch (...) {
+      request->thrown = std::current_exception();
+      return -1;
+    }
   }
 };
 
@@ -49,6 +55,7 @@ CryptoHandle<EVP_PKEY> ReadKey(const std::string& pem, const PassphraseSource& p
   CryptoHandle<EVP_PKEY> key(PEM_read_bio_PrivateKey(stream.get(), nullptr, &PassphraseRequest::Answer, &request));
   ERR_clear_error();
   if (key) return key;
+  if (request.thrown) std::rethrow_exception(request.thrown);
   if (request.asked && !passphrase) {
     throw Failure(ExitStatus::kKey, fmt::format("{} is encrypted; give its passphrase.", origin));
   }
@@ -95,6 +102,7 @@ Certificate Certificate::FromPem(const std::string& pem, const std::string& orig
                   fmt::format("{} holds no certificate in PEM form; give the signer's certificate.", origin));
   }
   result.m_pem = pem;
+  result.m_origin = origin;
   return result;
 }
 

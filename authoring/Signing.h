@@ -35,12 +35,14 @@ class Certificate {
   std::time_t NotBefore() const;
   std::time_t NotAfter() const;
 
-  // The PEM text it was made from, as the library's verifier takes it.
+  // The PEM text it was made from, as the library's verifier takes it, and where that text came from.
   const std::string& pem() const { return m_pem; }
+  const std::string& origin() const { return m_origin; }
   X509* handle() const { return m_certificate.get(); }
 
  private:
   std::string m_pem;
+  std::string m_origin;
   CryptoHandle<X509> m_certificate;
 };
 

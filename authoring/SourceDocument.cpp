@@ -91,15 +91,19 @@ SourceElement ReadTag(const SourceToken& token) {
   return element;
 }
 
+// Deeper than any element of a manifest that is read; what lies deeper still is left out of the tree.
+constexpr size_t kDeepest = 200;
+
 // Elements that are open, innermost last. Closing tags close by depth, whatever name they carry.
 class TreeBuilder {
  public:
   std::optional<SourceElement> Build(const std::vector<SourceToken>& tokens) {
     for (const SourceToken& token : tokens) {
-      if (token.kind == Kind::kStart) m_open.push_back(ReadTag(token));
-      if (token.kind == Kind::kEmpty) Finish(ReadTag(token));
-      if (token.kind == Kind::kText) AddText(token.text);
+      if (token.kind == Kind::kStart) Open(token);
       if (token.kind == Kind::kEnd) CloseInnermost();
+      if (m_leftOut > 0) continue;
+      if (token.kind == Kind::kEmpty) AddEmpty(ReadTag(token));
+      if (token.kind == Kind::kText) AddText(token.text);
     }
     return std::move(m_root);
   }
@@ -108,21 +112,37 @@ class TreeBuilder {
   void AddText(std::string_view text) {
     if (!m_open.empty() && m_open.back().text.empty()) m_open.back().text = Unescape(Trim(text));
   }
+  void Open(const SourceToken& token) {
+    if (m_open.size() < kDeepest) {
+      m_open.push_back(ReadTag(token));
+    } else {
+      ++m_leftOut;
+    }
+  }
   void CloseInnermost() {
+    if (m_leftOut > 0) {
+      --m_leftOut;
+      return;
+    }
     if (m_open.empty()) return;
     SourceElement element = std::move(m_open.back());
     m_open.pop_back();
     Finish(std::move(element));
   }
+  // Of several elements at the top the last one that is not empty is the root.
   void Finish(SourceElement element) {
-    if (!m_open.empty()) {
-      m_open.back().children.push_back(std::move(element));
-    } else if (!m_root) {
+    if (m_open.empty()) {
       m_root = std::move(element);
+    } else {
+      m_open.back().children.push_back(std::move(element));
     }
+  }
+  void AddEmpty(SourceElement element) {
+    if (!m_open.empty() || !m_root) Finish(std::move(element));
   }
 
   std::vector<SourceElement> m_open;
+  size_t m_leftOut = 0;  // open elements below the deepest one kept
   std::optional<SourceElement> m_root;
 };
 

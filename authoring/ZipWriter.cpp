@@ -16,10 +16,6 @@ namespace {
 // 1 January 1980, midnight: the first date that the format can hold.
 constexpr uLong kMemberDate = (1u << 21) | (1u << 16);
 
-// Upper half: a Unix mode. A regular file is 0100644, a folder 040755 (its bit 30 is what the library looks at).
-constexpr uint32_t kFileAttributes = 0100644u << 16;
-constexpr uint32_t kFolderAttributes = 040755u << 16;
-
 constexpr uLong kMadeByUnix = (3u << 8) | 20u;
 
 // From this size on a member needs the 64-bit form of its sizes; below the format's own limit, for members that
@@ -30,10 +26,11 @@ constexpr size_t kLargestBlock = 1u << 30;
 
 }  // namespace
 
-ZipWriter::ZipWriter(const std::string& path) : m_path(path), m_zip(zipOpen64(path.c_str(), APPEND_STATUS_CREATE)) {
+ZipWriter::ZipWriter(const std::string& path, const std::string& shownPath)
+    : m_shownPath(shownPath.empty() ? path : shownPath), m_zip(zipOpen64(path.c_str(), APPEND_STATUS_CREATE)) {
   if (!m_zip) {
     throw Failure(ExitStatus::kFile,
-                  fmt::format("Cannot write {}; choose a folder that exists and can be written.", path));
+                  fmt::format("Cannot write {}; choose a folder that exists and can be written.", m_shownPath));
   }
 }
 
@@ -41,12 +38,8 @@ ZipWriter::~ZipWriter() {
   if (m_zip) zipClose(m_zip, nullptr);
 }
 
-void ZipWriter::AddBytes(const std::string& member, std::string_view content) {
-  AddBytes(member, content, kFileAttributes);
-}
-
-void ZipWriter::AddBytes(const std::string& member, std::string_view content, uint32_t externalAttributes) {
-  Begin(member, externalAttributes, content.size() >= kLargeMember);
+void ZipWriter::AddBytes(const std::string& member, std::string_view content, uint32_t attributes) {
+  Begin(member, attributes, content.size() >= kLargeMember);
   Write(content);
   End();
 }
@@ -63,19 +56,25 @@ void ZipWriter::AddFolder(const std::string& member) {
   AddBytes(member, {}, kFolderAttributes);
 }
 
+void ZipWriter::AddClaiming(const std::string& member, std::string_view packed, uint64_t claimedSize) {
+  Begin(member, kFileAttributes, true, Packing::kAsGiven);
+  Write(packed);
+  Check(zipCloseFileInZipRaw64(m_zip, claimedSize, 0));
+}
+
 void ZipWriter::Close() {
   int result = zipClose(m_zip, nullptr);
   m_zip = nullptr;
   Check(result);
 }
 
-void ZipWriter::Begin(const std::string& member, uint32_t externalAttributes, bool large) {
+void ZipWriter::Begin(const std::string& member, uint32_t attributes, bool large, Packing packing) {
   zip_fileinfo info{};
   info.dosDate = kMemberDate;
-  info.external_fa = externalAttributes;
+  info.external_fa = attributes;
   Check(zipOpenNewFileInZip4_64(m_zip, member.c_str(), &info, nullptr, 0, nullptr, 0, nullptr, Z_DEFLATED,
-                                Z_BEST_COMPRESSION, 0, -MAX_WBITS, DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY, nullptr, 0,
-                                kMadeByUnix, 0, large ? 1 : 0));
+                                Z_BEST_COMPRESSION, packing == Packing::kAsGiven ? 1 : 0, -MAX_WBITS, DEF_MEM_LEVEL,
+                                Z_DEFAULT_STRATEGY, nullptr, 0, kMadeByUnix, 0, large ? 1 : 0));
 }
 
 void ZipWriter::Write(std::string_view block) {
@@ -92,9 +91,9 @@ void ZipWriter::End() {
 
 void ZipWriter::Check(int result) const {
   if (result == ZIP_OK) return;
-  throw Failure(
-      ExitStatus::kFile,
-      fmt::format("Cannot write {} to its end (archive error {}); free some space and try again.", m_path, result));
+  throw Failure(ExitStatus::kFile,
+                fmt::format("Cannot write {} to its end (archive error {}); free some space and try again.",
+                            m_shownPath, result));
 }
 
 }  // namespace authoring

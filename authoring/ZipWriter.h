@@ -12,29 +12,35 @@ namespace authoring {
 
 class ZipWriter {
  public:
-  // Starts a new file. All operations throw Failure (kFile).
-  explicit ZipWriter(const std::string& path);
+  // Upper half: a Unix mode. A regular file is 0100644, a folder 040755, whose bit 30 is what the library looks at.
+  static constexpr uint32_t kFileAttributes = 0100644u << 16;
+  static constexpr uint32_t kFolderAttributes = 040755u << 16;
+
+  // Starts a new file, which messages call `shownPath` where that is given. All operations throw Failure (kFile).
+  explicit ZipWriter(const std::string& path, const std::string& shownPath = {});
   ~ZipWriter();
   ZipWriter(const ZipWriter&) = delete;
   ZipWriter& operator=(const ZipWriter&) = delete;
 
-  void AddBytes(const std::string& member, std::string_view content);
+  void AddBytes(const std::string& member, std::string_view content, uint32_t attributes = kFileAttributes);
   void AddFile(const std::string& member, const std::string& file);
   // An entry for a folder, told from a file by the Unix folder bit of its attributes. Bundles do without: the library
   // makes the folders of the files.
   void AddFolder(const std::string& member);
-  // An entry with any attributes, for archives that must look wrong.
-  void AddBytes(const std::string& member, std::string_view content, uint32_t externalAttributes);
+  // An entry of which the archive says that it unpacks to `claimedSize` bytes, for archives that must be wrong. The
+  // packed bytes are `packed` as they are.
+  void AddClaiming(const std::string& member, std::string_view packed, uint64_t claimedSize);
 
   void Close();
 
  private:
-  void Begin(const std::string& member, uint32_t externalAttributes, bool large);
+  enum class Packing { kDeflate, kAsGiven };
+  void Begin(const std::string& member, uint32_t attributes, bool large, Packing packing = Packing::kDeflate);
   void Write(std::string_view block);
   void End();
   void Check(int result) const;
 
-  std::string m_path;
+  std::string m_shownPath;
   void* m_zip;
 };
 

@@ -1,14 +1,17 @@
 #include <gtest/gtest.h>
+#include <openssl/pem.h>
 
 #include <filesystem>
 
 #include "authoring/Failure.h"
-#include "authoring/Pack.h"
+#include "authoring/Signing.h"
 #include "tests/support/RunProgram.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestBundle.h"
 
 namespace {
+
+namespace fs = std::filesystem;
 
 // A folder with one group's files and its manifest, and the signer's files beside it.
 class PackTest : public testing::Test {
@@ -16,6 +19,7 @@ class PackTest : public testing::Test {
   PackTest() {
     TestGroup group{.name = "Games", .version = "1.0", .folder = "Apps"};
     group.packages = {PenAppPackage("chess", "Chess", "1.2"), PaperPackage("pad", "Pad", "2.0")};
+    group.packages[0].content = "abc";
     TestBundleOptions options{.groups = {group}};
     m_folder.Write("bundle/update.xml", TestUpdateXml(options));
     for (const TestPackage& package : group.packages) {
@@ -25,19 +29,36 @@ class PackTest : public testing::Test {
     m_folder.Write("cert.pem", MakeTestIdentity().certPem);
   }
 
-  ProgramResult RunPack(const std::string& output) {
-    return RunProgram({QUARVEL_BUNDLE_PROGRAM, "pack", m_folder / "bundle", "-o", m_folder / output, "--key",
-                       m_folder / "key.pem", "--cert", m_folder / "cert.pem"});
+  ProgramResult RunTool(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), QUARVEL_BUNDLE_PROGRAM);
+    return RunProgram(arguments);
+  }
+  ProgramResult RunPack(const std::string& output, const std::vector<std::string>& more = {}) {
+    std::vector<std::string> arguments{"pack",  m_folder / "bundle",  "-o",     m_folder / output,
+                                       "--key", m_folder / "key.pem", "--cert", m_folder / "cert.pem"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return RunTool(arguments);
   }
 
   TempFolder m_folder;
 };
 
+std::string EncryptKey(const std::string& pem, std::string passphrase) {
+  authoring::CryptoHandle<BIO> in(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
+  authoring::CryptoHandle<EVP_PKEY> key(PEM_read_bio_PrivateKey(in.get(), nullptr, nullptr, nullptr));
+  authoring::CryptoHandle<BIO> out(BIO_new(BIO_s_mem()));
+  PEM_write_bio_PKCS8PrivateKey(out.get(), key.get(), EVP_aes_128_cbc(), passphrase.data(),
+                                static_cast<int>(passphrase.size()), nullptr, nullptr);
+  char* text = nullptr;
+  long size = BIO_get_mem_data(out.get(), &text);
+  return std::string(text, static_cast<size_t>(size));
+}
+
 }  // namespace
 
 TEST_F(PackTest, GivesTheSameBytesForTheSameInput) {
   EXPECT_EQ(RunPack("first.zip").status, 0);
-  std::filesystem::last_write_time(m_folder / "bundle/Apps/chess.pen", std::filesystem::file_time_type::clock::now());
+  fs::last_write_time(m_folder / "bundle/Apps/chess.pen", fs::file_time_type::clock::now());
   EXPECT_EQ(RunPack("second.zip").status, 0);
   std::string first = ReadWholeFile(m_folder / "first.zip");
   EXPECT_GT(first.size(), 500u);
@@ -45,11 +66,18 @@ TEST_F(PackTest, GivesTheSameBytesForTheSameInput) {
 }
 
 TEST_F(PackTest, NamesTheListedFileThatIsMissingAndLeavesNoBundle) {
-  std::filesystem::remove(m_folder / "bundle/Apps/pad.pen");
+  fs::remove(m_folder / "bundle/Apps/pad.pen");
   ProgramResult result = RunPack("out.zip");
   EXPECT_EQ(result.status, 3);
   EXPECT_NE(result.err.find("Apps/pad.pen; update.xml lists it in line 7"), std::string::npos) << result.err;
-  EXPECT_FALSE(std::filesystem::exists(m_folder / "out.zip"));
+  EXPECT_FALSE(fs::exists(m_folder / "out.zip"));
+}
+
+TEST_F(PackTest, NamesTheOutputThatCannotBeWritten) {
+  ProgramResult result = RunPack("missing/out.zip");
+  EXPECT_EQ(result.status, 3);
+  EXPECT_NE(result.err.find("Cannot write " + m_folder / "missing/out.zip" + "; choose"), std::string::npos)
+      << result.err;
 }
 
 TEST_F(PackTest, RefusesAKeyThatIsNotTheCertificates) {
@@ -57,4 +85,18 @@ TEST_F(PackTest, RefusesAKeyThatIsNotTheCertificates) {
   ProgramResult result = RunPack("out.zip");
   EXPECT_EQ(result.status, 4);
   EXPECT_NE(result.err.find("does not belong to the certificate"), std::string::npos) << result.err;
+}
+
+TEST_F(PackTest, OpensAnEncryptedKeyWithThePassphraseOfAFile) {
+  ASSERT_EQ(RunPack("plain.zip").status, 0);
+  m_folder.Write("key.pem", EncryptKey(MakeTestIdentity().keyPem, "open sesame"));
+  m_folder.Write("right", "open sesame\nsecond line");
+  m_folder.Write("wrong", "open says me\n");
+  EXPECT_EQ(RunPack("out.zip", {"--passphrase-file", m_folder / "right"}).status, 0);
+  EXPECT_EQ(ReadWholeFile(m_folder / "plain.zip"), ReadWholeFile(m_folder / "out.zip"));
+  ProgramResult wrong = RunPack("none.zip", {"--passphrase-file", m_folder / "wrong"});
+  EXPECT_EQ(wrong.status, 4);
+  EXPECT_NE(wrong.err.find("The passphrase does not open"), std::string::npos) << wrong.err;
+  ProgramResult missing = RunPack("none.zip", {"--passphrase-file", m_folder / "missing"});
+  EXPECT_EQ(missing.status, 3) << missing.err;
 }
