@@ -13,7 +13,7 @@
 
 namespace authoring {
 
-void AddMakingCommands(CLI::App& app);      // pack
+void AddMakingCommands(CLI::App& app);      // init, pack, digest, attach
 void AddInspectingCommands(CLI::App& app);  // lint
 
 // A signer as given on the command line.

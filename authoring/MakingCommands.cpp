@@ -5,8 +5,10 @@
 #include "authoring/Commands.h"
 #include "authoring/Failure.h"
 #include "authoring/Files.h"
+#include "authoring/Init.h"
 #include "authoring/Output.h"
 #include "authoring/Pack.h"
+#include "authoring/TwoStep.h"
 
 namespace authoring {
 
@@ -24,6 +26,21 @@ std::string ReadPassphrase(const std::string& file) {
     throw Failure(ExitStatus::kKey, "The key is encrypted and no passphrase was given; use --passphrase-file.");
   }
   return typed.data();
+}
+
+void AddInit(CLI::App& app) {
+  auto arguments = std::make_shared<InitOptions>();
+  CLI::App* command = app.add_subcommand("init", "Write an update.xml to start from");
+  command->add_option("DIR", arguments->folder, "Folder of the new bundle; made when it is missing")->required();
+  command->add_option("--pen-types", arguments->penTypes, "Types of the pens that receive it, as 1,3; 0 is every pen")
+      ->capture_default_str();
+  command->add_flag("--force", arguments->replace, "Replace an update.xml that is there");
+  command->footer("Files that already lie in subfolders of DIR become packages, each subfolder a group.");
+  command->callback([arguments] {
+    int packages = Init(*arguments);
+    Say("Wrote {}/update.xml with {}. Edit it, then run \"quarvel-bundle lint {}\".\n", arguments->folder,
+        packages > 0 ? fmt::format("{} package(s)", packages) : "an example package", arguments->folder);
+  });
 }
 
 void AddPack(CLI::App& app) {
@@ -45,10 +62,57 @@ void AddPack(CLI::App& app) {
   });
 }
 
+void AddDigest(CLI::App& app) {
+  struct Arguments {
+    std::string folder;
+    std::string digests;
+  };
+  auto arguments = std::make_shared<Arguments>();
+  CLI::App* command = app.add_subcommand("digest", "Write what is to be signed, for a key that lives elsewhere");
+  command->add_option("DIR", arguments->folder, "Folder that holds update.xml and the package files")->required();
+  command->add_option("-o,--output", arguments->digests, "Folder for the digests")->required()->type_name("DIGESTS");
+  command->footer(
+      "Where the key is, sign each NNNN.sha1 into NNNN.sig beside it, for example:\n"
+      "  for f in *.sha1; do openssl pkeyutl -sign -inkey KEY.pem -pkeyopt digest:sha1 -in $f -out ${f%.sha1}.sig; "
+      "done\n"
+      "Then make the bundle with \"quarvel-bundle attach\".");
+  command->callback([arguments] {
+    size_t count = WriteDigests(arguments->folder, arguments->digests);
+    Say("Wrote {} digests into {}; sign each .sha1 file into a .sig file beside it, then run \"quarvel-bundle "
+        "attach\".\n",
+        count, arguments->digests);
+  });
+}
+
+void AddAttach(CLI::App& app) {
+  struct Arguments {
+    std::string folder;
+    std::string digests;
+    std::string certificate;
+    std::string output;
+  };
+  auto arguments = std::make_shared<Arguments>();
+  CLI::App* command = app.add_subcommand("attach", "Make a bundle with signatures that were made elsewhere");
+  command->add_option("DIR", arguments->folder, "The folder that \"digest\" was run on, unchanged")->required();
+  command->add_option("--signatures", arguments->digests, "Folder with digests.json and the .sig files")
+      ->required()
+      ->type_name("DIGESTS");
+  command->add_option("--cert", arguments->certificate, "Signer's certificate, PEM")->required()->type_name("CERT.pem");
+  command->add_option("-o,--output", arguments->output, "Bundle to write")->required()->type_name("FILE");
+  command->callback([arguments] {
+    Certificate certificate = Certificate::FromFile(arguments->certificate);
+    Attach(arguments->folder, arguments->digests, certificate, arguments->output);
+    Say("Wrote {}, signed by {}\n", arguments->output, certificate.Subject());
+  });
+}
+
 }  // namespace
 
 void AddMakingCommands(CLI::App& app) {
+  AddInit(app);
   AddPack(app);
+  AddDigest(app);
+  AddAttach(app);
 }
 
 void SignerArguments::AddTo(CLI::App& command, bool required) {

@@ -2,6 +2,7 @@
 #include <openssl/pem.h>
 
 #include <filesystem>
+#include <nlohmann/json.hpp>
 
 #include "authoring/Failure.h"
 #include "authoring/Signing.h"
@@ -38,6 +39,11 @@ class PackTest : public testing::Test {
                                        "--key", m_folder / "key.pem", "--cert", m_folder / "cert.pem"};
     arguments.insert(arguments.end(), more.begin(), more.end());
     return RunTool(arguments);
+  }
+  ProgramResult RunDigest() { return RunTool({"digest", m_folder / "bundle", "-o", m_folder / "digests"}); }
+  ProgramResult RunAttach() {
+    return RunTool({"attach", m_folder / "bundle", "--signatures", m_folder / "digests", "--cert",
+                    m_folder / "cert.pem", "-o", m_folder / "attached.zip"});
   }
 
   TempFolder m_folder;
@@ -99,4 +105,43 @@ TEST_F(PackTest, OpensAnEncryptedKeyWithThePassphraseOfAFile) {
   EXPECT_NE(wrong.err.find("The passphrase does not open"), std::string::npos) << wrong.err;
   ProgramResult missing = RunPack("none.zip", {"--passphrase-file", m_folder / "missing"});
   EXPECT_EQ(missing.status, 3) << missing.err;
+}
+
+TEST_F(PackTest, TwoStepsGiveTheSameBundleAsOne) {
+  ASSERT_EQ(RunPack("packed.zip").status, 0);
+  ASSERT_EQ(RunDigest().status, 0);
+  auto list = nlohmann::json::parse(ReadWholeFile(m_folder / "digests/digests.json"));
+  ASSERT_EQ(list["files"].size(), 3u);
+  EXPECT_EQ(list["files"][1]["member"], "Apps/chess.pen");
+  EXPECT_EQ(list["files"][1]["sha1"], "a9993e364706816aba3e25717850c26c9cd0d89d");
+  EXPECT_EQ(ReadWholeFile(m_folder / "digests/0002.sha1").substr(0, 5), "\xa9\x99\x3e\x36\x47");
+  // One signature as raw bytes, the others in base64 over two lines.
+  authoring::Signer signer = authoring::Signer::FromFiles(m_folder / "key.pem", m_folder / "cert.pem");
+  for (const auto& entry : list["files"]) {
+    std::string base64 = signer.SignFile(m_folder / "bundle/" + entry["member"].get<std::string>());
+    m_folder.Write("digests/" + entry["signature"].get<std::string>(), base64.insert(64, "\n") + "\n");
+  }
+  std::string text = signer.SignBytes("abc");
+  std::string raw(text.size(), '\0');
+  EVP_DecodeBlock(reinterpret_cast<unsigned char*>(raw.data()), reinterpret_cast<const unsigned char*>(text.data()),
+                  static_cast<int>(text.size()));
+  m_folder.Write("digests/0002.sig", raw.substr(0, 2048 / 8));
+
+  ProgramResult attached = RunAttach();
+  EXPECT_EQ(attached.status, 0) << attached.err;
+  EXPECT_EQ(ReadWholeFile(m_folder / "attached.zip"), ReadWholeFile(m_folder / "packed.zip"));
+}
+
+TEST_F(PackTest, AttachAsksForWhatIsMissingOrChanged) {
+  EXPECT_NE(RunAttach().err.find("digests.json: No such file"), std::string::npos);
+  ASSERT_EQ(RunDigest().status, 0);
+  ProgramResult bare = RunAttach();
+  EXPECT_EQ(bare.status, 3);
+  EXPECT_NE(bare.err.find("0001.sig; sign the .sha1 file beside it"), std::string::npos) << bare.err;
+  m_folder.Write("digests/0001.sig", "short");
+  EXPECT_EQ(RunAttach().status, 4);
+  std::ofstream(m_folder / "bundle/update.xml", std::ios::app) << "\n";
+  ProgramResult changed = RunAttach();
+  EXPECT_EQ(changed.status, 3);
+  EXPECT_NE(changed.err.find("is not what was digested"), std::string::npos) << changed.err;
 }
