@@ -82,12 +82,12 @@ int CZip::UpdateTime(const char* file, const tm_unz& date) {
 
 time_t CZip::MakeTime(const tm_unz& date) {
   tm local{};
-  local.tm_sec = date.tm_sec;
-  local.tm_min = date.tm_min;
-  local.tm_hour = date.tm_hour;
-  local.tm_mday = date.tm_mday;
-  local.tm_mon = date.tm_mon;
-  local.tm_year = date.tm_year > 1900 ? date.tm_year - 1900 : date.tm_year;
+  local.tm_sec = static_cast<int>(date.tm_sec);
+  local.tm_min = static_cast<int>(date.tm_min);
+  local.tm_hour = static_cast<int>(date.tm_hour);
+  local.tm_mday = static_cast<int>(date.tm_mday);
+  local.tm_mon = static_cast<int>(date.tm_mon);
+  local.tm_year = static_cast<int>(date.tm_year > 1900 ? date.tm_year - 1900 : date.tm_year);
   local.tm_isdst = -1;
   return mktime(&local);
 }

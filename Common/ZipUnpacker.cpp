@@ -37,7 +37,7 @@ bool WriteAll(int fd, std::span<const uint8_t> bytes) {
 
 // Archives know no date before 1980, so that the conversion, which may look at the time zone's file, is rarely needed.
 bool IsEpoch(const tm_unz& date) {
-  const int year = date.tm_year > 1900 ? date.tm_year - 1900 : date.tm_year;
+  const auto year = date.tm_year > 1900 ? date.tm_year - 1900 : date.tm_year;
   return year <= 71 && CZip::MakeTime(date) == 0;
 }
 
