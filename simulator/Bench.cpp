@@ -1,0 +1,234 @@
+#include "simulator/Bench.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <mutex>
+#include <sstream>
+#include <utility>
+
+#include "simulator/Problem.h"
+#include "simulator/SimClock.h"
+
+namespace sim {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kStateFile = "bench.state";
+
+std::mutex g_folderLock;
+std::string g_folder;
+
+// What a pen's file was read as, for as long as it stays the same file.
+struct CachedPen {
+  ino_t inode = 0;
+  timespec changed{};
+  Pen pen{};
+};
+
+std::mutex g_cacheLock;
+std::map<std::string, CachedPen> g_cache;
+
+[[noreturn]] void FailFolder(const fs::path& path, const char* what) {
+  throw Problem(pbErrFolder, fmt::format("{} cannot be {}: {}", path.string(), what, std::strerror(errno)));
+}
+
+std::string ReadText(const fs::path& file) {
+  std::ifstream in(file, std::ios::binary);
+  std::stringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+Json ParseJson(const fs::path& file) {
+  Json json = Json::parse(ReadText(file), nullptr, false);
+  if (json.is_discarded()) throw Problem(pbErrPenFile, fmt::format("{} is not JSON", file.string()));
+  return json;
+}
+
+Pen ReadPenFile(const fs::path& file) {
+  struct stat status {};
+  if (stat(file.c_str(), &status) != 0) FailFolder(file, "read");
+  const std::lock_guard lock(g_cacheLock);
+  CachedPen& cached = g_cache[file.string()];
+  const bool same = cached.inode == status.st_ino && cached.changed.tv_sec == status.st_mtim.tv_sec &&
+                    cached.changed.tv_nsec == status.st_mtim.tv_nsec;
+  if (same) return cached.pen;
+  try {
+    cached = {status.st_ino, status.st_mtim, PenFromJson(ParseJson(file))};
+  } catch (const Problem& problem) {
+    throw Problem(problem.error(), fmt::format("{}: {}", file.string(), problem.what()));
+  }
+  return cached.pen;
+}
+
+// Replaces a file whole: a reader sees the old text or the new one.
+void ReplaceFile(const fs::path& file, const std::string& text) {
+  const fs::path next = file.string() + ".new";
+  {
+    std::ofstream out(next, std::ios::binary | std::ios::trunc);
+    out << text;
+    if (!out.flush()) FailFolder(next, "written");
+  }
+  if (rename(next.c_str(), file.c_str()) != 0) FailFolder(file, "replaced");
+}
+
+fs::path PenFile(const fs::path& folder, uint64_t id) {
+  return folder / (IdText(id) + ".json");
+}
+
+BenchState ReadState(const fs::path& file) {
+  BenchState state;
+  if (!fs::exists(file)) return state;
+  const Json json = ParseJson(file);
+  state.nextHandle = json.value("nextHandle", 1);
+  state.trace = json.value("trace", "");
+  for (const Json& fault : json.value("faults", Json::array())) {
+    state.faults.push_back({fault.value("function", ""), fault.value("call", 0), fault.value("error", 0)});
+  }
+  return state;
+}
+
+fs::path EnvironmentFolder() {
+  const auto variable = [](const char* name) {
+    const char* value = std::getenv(name);
+    return fs::path(value ? value : "");
+  };
+  if (const fs::path folder = variable("TESSVIK_SIM_DIR"); !folder.empty()) return folder;
+  fs::path state = variable("XDG_STATE_HOME");
+  if (state.empty()) state = variable("HOME") / ".local" / "state";
+  return state / "tessvik-sim" / "pens";
+}
+
+}  // namespace
+
+std::filesystem::path PenFolder() {
+  const std::lock_guard lock(g_folderLock);
+  return g_folder.empty() ? EnvironmentFolder() : fs::path(g_folder);
+}
+
+void SetPenFolder(const std::string& folder) {
+  const std::lock_guard lock(g_folderLock);
+  g_folder = folder;
+}
+
+BenchState PeekState() {
+  return ReadState(PenFolder() / kStateFile);
+}
+
+FileLock::FileLock(const std::filesystem::path& file, Wait wait) {
+  std::error_code ignored;
+  fs::create_directories(file.parent_path(), ignored);
+  m_descriptor = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  if (m_descriptor < 0) FailFolder(file, "opened");
+  int result = 0;
+  do {
+    result = flock(m_descriptor, LOCK_EX | (wait == Wait::kNot ? LOCK_NB : 0));
+  } while (result != 0 && errno == EINTR);
+  if (result == 0) return;
+  close(m_descriptor);
+  m_descriptor = -1;
+}
+
+FileLock::~FileLock() {
+  if (m_descriptor >= 0) close(m_descriptor);
+}
+
+FileLock::FileLock(FileLock&& other) noexcept : m_descriptor(std::exchange(other.m_descriptor, -1)) {}
+
+FileLock& FileLock::operator=(FileLock&& other) noexcept {
+  std::swap(m_descriptor, other.m_descriptor);
+  return *this;
+}
+
+Bench::Bench() : m_folder(PenFolder()), m_lock(m_folder / ".lock", FileLock::Wait::kForever) {
+  Load();
+}
+
+void Bench::Load() {
+  m_state = ReadState(m_folder / kStateFile);
+  for (const fs::directory_entry& entry : fs::directory_iterator(m_folder)) {
+    if (entry.path().extension() == ".json") m_pens.push_back(ReadPenFile(entry.path()));
+  }
+  std::sort(m_pens.begin(), m_pens.end(), [](const Pen& a, const Pen& b) { return a.id < b.id; });
+  const int64_t now = Now();
+  for (Pen& pen : m_pens) {
+    if (LetTimePass(pen, now)) Save(pen);
+  }
+}
+
+// Does what was due until now; true when something was.
+bool Bench::LetTimePass(Pen& pen, int64_t now) {
+  bool changed = pen.connected && pen.handle == 0;  // a pen that was written by hand
+  if (changed) Connect(pen);
+  while (!pen.schedule.empty() && pen.schedule.front().at <= now) {
+    const PenEvent event = pen.schedule.front();
+    pen.schedule.erase(pen.schedule.begin());
+    changed = true;
+    if (event.returns) {
+      pen.mode = event.mode;
+      if (!pen.settings.returnsAs.empty()) pen.reportedId = ParseId(pen.settings.returnsAs);
+      Connect(pen);
+    } else {
+      pen.connected = false;
+      pen.handle = 0;
+    }
+  }
+  return changed;
+}
+
+void Bench::Connect(Pen& pen) {
+  pen.connected = true;
+  pen.handle = m_state.nextHandle++;
+  SaveState();
+}
+
+Pen& Bench::OnBus(int32_t handle) {
+  const auto found = std::find_if(m_pens.begin(), m_pens.end(),
+                                  [handle](const Pen& pen) { return pen.connected && pen.handle == handle; });
+  if (handle == 0 || found == m_pens.end()) throw Problem(pbErrHandle);
+  return *found;
+}
+
+Pen* Bench::Find(uint64_t id) {
+  const auto found = std::find_if(m_pens.begin(), m_pens.end(), [id](const Pen& pen) { return pen.id == id; });
+  return found == m_pens.end() ? nullptr : &*found;
+}
+
+void Bench::Save(const Pen& pen) {
+  ReplaceFile(PenFile(m_folder, pen.id), PenToJson(pen).dump(2) + "\n");
+}
+
+void Bench::SaveState() {
+  Json json = {{"nextHandle", m_state.nextHandle}};
+  for (const Fault& fault : m_state.faults) {
+    json["faults"].push_back({{"function", fault.function}, {"call", fault.call}, {"error", fault.error}});
+  }
+  if (!m_state.trace.empty()) json["trace"] = m_state.trace;
+  ReplaceFile(m_folder / kStateFile, json.dump(2) + "\n");
+}
+
+void Bench::Add(const Pen& pen) {
+  if (Find(pen.id)) throw Problem(pbErrPenExists, fmt::format("there is a pen {} already", IdText(pen.id)));
+  m_pens.push_back(pen);
+  if (pen.connected) Connect(m_pens.back());
+  Save(m_pens.back());
+}
+
+void Bench::Remove(uint64_t id) {
+  if (!Find(id)) throw Problem(pbErrNoPen, fmt::format("there is no pen {}", IdText(id)));
+  fs::remove(PenFile(m_folder, id));
+  std::erase_if(m_pens, [id](const Pen& pen) { return pen.id == id; });
+}
+
+}  // namespace sim

@@ -1,0 +1,33 @@
+// What happens around every pen function: it is counted, a hook or a fault may fail it, and it is traced.
+#ifndef QUARVEL_SIMULATOR_CALLS_H
+#define QUARVEL_SIMULATOR_CALLS_H
+
+#include <functional>
+#include <string>
+
+#include "simulator/Bench.h"
+#include "simulator/PenBench.h"
+
+namespace sim {
+
+// One call of a pen function, for its trace.
+struct CallText {
+  const char* function;
+  int32_t penHandle;                // 0 where the function takes none
+  std::function<Json()> arguments;  // made only when a trace is written
+};
+
+// Runs a pen function's body, which throws Problem to fail. Returns 0, what the body answers, or the error.
+int32_t RunCall(const CallText& call, const std::function<int32_t()>& body);
+
+// Whether it is one of the nineteen.
+bool IsPenFunction(const std::string& name);
+
+void SetHook(pbHook hook, void* context);
+int32_t CallCount();
+std::string Call(int32_t number);
+void ForgetCalls();
+
+}  // namespace sim
+
+#endif

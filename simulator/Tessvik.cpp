@@ -1,0 +1,346 @@
+// The nineteen functions of the pen library, over pens in files. Each is as strict as a pen: whatever a pen could not
+// do is refused with an error of its own.
+#include "platform/Tessvik.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "simulator/Calls.h"
+#include "simulator/Connections.h"
+#include "simulator/Image.h"
+#include "simulator/Problem.h"
+#include "simulator/SimClock.h"
+#include "simulator/Transfer.h"
+
+namespace {
+
+using namespace sim;
+
+Connections& Held() {
+  return Connections::Instance();
+}
+
+const char* TextOrEmpty(const char* text) {
+  return text ? text : "";
+}
+
+template <typename Value>
+Value* Needed(Value* place) {
+  if (!place) throw Problem(pbErrArgument);
+  return place;
+}
+
+// The pen behind a handle, for something that is done over a channel.
+Pen& OverChannel(Bench& bench, int32_t penHandle, int32_t channel) {
+  Pen& pen = bench.OnBus(penHandle);
+  if (pen.InDownloadMode()) throw Problem(pbErrDownloadMode);
+  Held().CheckChannel(channel, penHandle);
+  return pen;
+}
+
+int64_t UsedBy(const Pen& pen, const std::string& guid) {
+  const auto found =
+      std::find_if(pen.penlets.begin(), pen.penlets.end(), [&](const Penlet& penlet) { return penlet.guid == guid; });
+  return found == pen.penlets.end() ? 0 : found->size;
+}
+
+// An application takes the place of the one with its GUID and keeps that one's group until new attributes are written.
+void Store(Pen& pen, Penlet penlet) {
+  pen.settings.freeSpace += UsedBy(pen, penlet.guid) - penlet.size;
+  Penlet* old = pen.FindPenlet(penlet.guid);
+  if (!old) {
+    pen.penlets.push_back(std::move(penlet));
+    return;
+  }
+  penlet.group = old->group;
+  penlet.groupVersion = old->groupVersion;
+  penlet.attributes = old->attributes;
+  *old = std::move(penlet);
+}
+
+void WriteAttribute(Penlet& penlet, const PenletAttribute& attribute) {
+  enum { kCategory = 1, kGroupName, kGroupVersion, kLocked, kPrivate, kName, kVersion };
+  if (attribute.id < kCategory || attribute.id > kVersion) throw Problem(pbErrAttribute);
+  if (!std::memchr(attribute.value, 0, sizeof attribute.value)) throw Problem(pbErrText);
+  penlet.attributes[attribute.id] = attribute.value;
+  if (attribute.id == kGroupName) penlet.group = attribute.value;
+  if (attribute.id == kGroupVersion) penlet.groupVersion = attribute.value;
+  if (attribute.id == kName) penlet.displayName = attribute.value;
+  CheckPenlet(penlet);
+}
+
+int32_t CountHandles(int32_t* handles, int32_t capacity) {
+  Bench bench;
+  int32_t count = 0;
+  std::vector<int32_t> found;
+  for (const Pen& pen : bench.pens()) {
+    if (pen.connected) found.push_back(pen.handle);
+  }
+  std::sort(found.begin(), found.end());
+  for (const int32_t handle : found) {
+    if (handles && count < capacity) handles[count] = handle;
+    ++count;
+  }
+  return count;
+}
+
+void TellId(int32_t penHandle, uint64_t* penId, const int32_t* channel, char* name, int32_t nameSize) {
+  Bench bench;
+  const Pen& pen = bench.OnBus(penHandle);
+  if (channel) Held().CheckChannel(*channel, penHandle);
+  if (pen.IsAnonymous()) throw Problem(pbErrNoId);
+  *Needed(penId) = pen.reportedId;
+  if (!name || nameSize <= 0) return;
+  const size_t length = std::min(pen.name.size(), static_cast<size_t>(nameSize) - 1);
+  std::memcpy(name, pen.name.data(), length);
+  name[length] = '\0';
+}
+
+void InstallApp(int32_t penHandle, int32_t channel, const char* file, const Progress& progress) {
+  Image image;
+  Pen pen;
+  {
+    Bench bench;
+    pen = OverChannel(bench, penHandle, channel);
+    image = ReadApp(file);
+    if (image.penlet.size > pen.settings.freeSpace + UsedBy(pen, image.penlet.guid)) throw Problem(pbErrSpace);
+  }
+  Transfer(pen, image.size, progress);
+  Bench bench;
+  Pen& now = OverChannel(bench, penHandle, channel);
+  Store(now, image.penlet);
+  bench.Save(now);
+}
+
+void Download(int32_t penHandle, const char* file, const Progress& progress) {
+  Image image;
+  Pen pen;
+  {
+    Bench bench;
+    pen = bench.OnBus(penHandle);
+    if (!pen.InDownloadMode()) throw Problem(pbErrNotDownloadMode);
+    image = ReadFirmware(file);
+  }
+  Transfer(pen, image.size, progress);
+  Bench bench;
+  Pen& now = bench.OnBus(penHandle);
+  now.firmware = now.settings.returnsWith.empty() ? image.firmware : now.settings.returnsWith;
+  now.LeaveAndReturn(Now(), "normal");
+  bench.Save(now);
+}
+
+int32_t Run(const char* function, int32_t penHandle, std::function<Json()> arguments,
+            const std::function<void()>& body) {
+  MakeLateProgressCall();
+  return RunCall({function, penHandle, std::move(arguments)}, [&] {
+    body();
+    return 0;
+  });
+}
+
+}  // namespace
+
+extern "C" {
+
+int32_t pcGetPenHandles(int32_t* handles, int32_t capacity) {
+  return RunCall({"pcGetPenHandles", 0,
+                  [=] {
+                    return Json{{"capacity", capacity}};
+                  }},
+                 [=] { return CountHandles(handles, capacity); });
+}
+
+int32_t pcGetPenId(int32_t penHandle, uint64_t* penId, const int32_t* channel, char* name, int32_t nameSize) {
+  return Run(
+      "pcGetPenId", penHandle,
+      [=] {
+        return channel ? Json{{"channel", *channel}} : Json::object();
+      },
+      [=] { TellId(penHandle, penId, channel, name, nameSize); });
+}
+
+int32_t pcGetPenType(int32_t penHandle, int32_t* penType, int32_t, int32_t) {
+  return Run("pcGetPenType", penHandle, nullptr, [=] { *Needed(penType) = Bench().OnBus(penHandle).type; });
+}
+
+int32_t pcGetPenState(int32_t penHandle, int32_t* state, int32_t, int32_t) {
+  return Run("pcGetPenState", penHandle, nullptr, [=] {
+    const bool download = Bench().OnBus(penHandle).InDownloadMode();
+    *Needed(state) = download ? pcPenStateFirmwareDownload : pcPenStateNormal;
+  });
+}
+
+int32_t pcGetPenInfo(int32_t penHandle, int32_t channel, void*, int32_t, pcProgressFunction, void*) {
+  return Run(
+      "pcGetPenInfo", penHandle,
+      [=] {
+        return Json{{"channel", channel}};
+      },
+      [=] {
+        Bench bench;
+        Held().KeepVersion(penHandle, ToVersionInfo(OverChannel(bench, penHandle, channel)));
+      });
+}
+
+int32_t pcGetVersionInfo(int32_t penHandle, PenVersionInfo* info) {
+  return Run("pcGetVersionInfo", penHandle, nullptr, [=] {
+    Bench().OnBus(penHandle);
+    *Needed(info) = Held().Version(penHandle);
+  });
+}
+
+uint32_t pcEnumeratePen(int32_t penHandle) {
+  // 0 for a pen that is new, 1 for one that is known.
+  const int32_t result = RunCall({"pcEnumeratePen", penHandle, nullptr}, [=] {
+    Bench().OnBus(penHandle);
+    return Held().Enumerate(penHandle) ? 0 : 1;
+  });
+  return static_cast<uint32_t>(result);
+}
+
+int32_t pcRegisterVolatile(const char* name, uint64_t penId) {
+  return Run(
+      "pcRegisterVolatile", 0,
+      [=] {
+        return Json{{"name", TextOrEmpty(name)}, {"id", IdText(penId)}};
+      },
+      [=] { Held().Mark(Needed(name), penId); });
+}
+
+int32_t pcUnRegisterVolatile(const char* name, uint64_t penId) {
+  return Run(
+      "pcUnRegisterVolatile", 0,
+      [=] {
+        return Json{{"name", TextOrEmpty(name)}, {"id", IdText(penId)}};
+      },
+      [=] { Held().Unmark(Needed(name), penId); });
+}
+
+int32_t pcStartObex(int32_t* channel, int32_t penHandle, int32_t timeoutMs) {
+  return Run(
+      "pcStartObex", penHandle,
+      [=] {
+        return Json{{"timeout", timeoutMs}, {"channel", channel ? *channel : 0}};
+      },
+      [=] {
+        Bench bench;
+        const Pen& pen = bench.OnBus(penHandle);
+        if (pen.InDownloadMode()) throw Problem(pbErrDownloadMode);
+        *Needed(channel) = Held().OpenChannel(pen);
+      });
+}
+
+int32_t pcStopObex(int32_t channel) {
+  return Run(
+      "pcStopObex", 0,
+      [=] {
+        return Json{{"channel", channel}};
+      },
+      [=] { Held().CloseChannel(channel); });
+}
+
+int32_t pcGetPenletInfo(int32_t penHandle, int32_t channel, void*, int32_t, pcProgressFunction, void*) {
+  return Run(
+      "pcGetPenletInfo", penHandle,
+      [=] {
+        return Json{{"channel", channel}};
+      },
+      [=] {
+        Bench bench;
+        Held().KeepPenlets(OverChannel(bench, penHandle, channel));
+      });
+}
+
+int32_t pcGetPenletCount(int32_t penHandle, int32_t* count) {
+  return Run("pcGetPenletCount", penHandle, nullptr, [=] {
+    Bench().OnBus(penHandle);
+    *Needed(count) = Held().PenletCount(penHandle);
+  });
+}
+
+int32_t pcGetPenletItem(int32_t penHandle, int32_t index, PenletInfo* item) {
+  return Run(
+      "pcGetPenletItem", penHandle,
+      [=] {
+        return Json{{"index", index}};
+      },
+      [=] {
+        Bench().OnBus(penHandle);
+        *Needed(item) = Held().PenletItem(penHandle, index);
+      });
+}
+
+int32_t pcInstallPenlet(int32_t penHandle, int32_t channel, const char* file, const char* subject,
+                        const char* signature, int32_t, pcProgressFunction progress, void* context) {
+  const auto arguments = [=] {
+    return Json{{"channel", channel},
+                {"file", TextOrEmpty(file)},
+                {"subject", TextOrEmpty(subject)},
+                {"signature", TextOrEmpty(signature)}};
+  };
+  return Run("pcInstallPenlet", penHandle, arguments, [=] {
+    InstallApp(penHandle, channel, Needed(file), {progress, context});
+  });
+}
+
+int32_t pcSetPenletAttrib(int32_t penHandle, int32_t channel, const char* guid, const PenletAttribute* attributes,
+                          int32_t count) {
+  const auto arguments = [=] {
+    Json values = Json::object();
+    for (int32_t i = 0; attributes && i < count; ++i) {
+      values[std::to_string(attributes[i].id)] =
+          std::string(attributes[i].value, strnlen(attributes[i].value, sizeof attributes[i].value));
+    }
+    return Json{{"channel", channel}, {"guid", TextOrEmpty(guid)}, {"attributes", values}};
+  };
+  return Run("pcSetPenletAttrib", penHandle, arguments, [=] {
+    Bench bench;
+    Pen& pen = OverChannel(bench, penHandle, channel);
+    const std::string wanted = Needed(guid);
+    if (wanted.empty() || wanted.size() >= sizeof PenletInfo::guid) throw Problem(pbErrGuid);
+    Penlet* penlet = pen.FindPenlet(wanted);
+    if (!penlet) throw Problem(pbErrNoPenlet);
+    if (pen.settings.refusesAttributes) throw Problem(pbErrRefused);
+    if (count < 0 || (count > 0 && !attributes)) throw Problem(pbErrArgument);
+    Penlet changed = *penlet;
+    for (int32_t i = 0; i < count; ++i) WriteAttribute(changed, attributes[i]);
+    *penlet = changed;
+    bench.Save(pen);
+  });
+}
+
+int32_t pcUninstallPenlet(int32_t penHandle, int32_t channel, const char* guid) {
+  const auto arguments = [=] { return Json{{"channel", channel}, {"guid", TextOrEmpty(guid)}}; };
+  return Run("pcUninstallPenlet", penHandle, arguments, [=] {
+    Bench bench;
+    Pen& pen = OverChannel(bench, penHandle, channel);
+    const Penlet* penlet = pen.FindPenlet(Needed(guid));
+    if (!penlet) throw Problem(pbErrNoPenlet);
+    pen.settings.freeSpace += penlet->size;
+    pen.penlets.erase(pen.penlets.begin() + (penlet - pen.penlets.data()));
+    bench.Save(pen);
+  });
+}
+
+int32_t pcDfuDetach(int32_t penHandle, int32_t, int32_t) {
+  return Run("pcDfuDetach", penHandle, nullptr, [=] {
+    Bench bench;
+    Pen& pen = bench.OnBus(penHandle);
+    if (pen.InDownloadMode()) throw Problem(pbErrDownloadMode);
+    pen.LeaveAndReturn(Now(), "download");
+    bench.Save(pen);
+  });
+}
+
+int32_t pcDfuDownload(int32_t penHandle, const char* file, pcProgressFunction progress, void* context, int32_t) {
+  return Run(
+      "pcDfuDownload", penHandle,
+      [=] {
+        return Json{{"file", TextOrEmpty(file)}};
+      },
+      [=] {
+        Download(penHandle, Needed(file), {progress, context});
+      });
+}
+
+}  // extern "C"

@@ -1,0 +1,96 @@
+// tessvik-sim: the simulated pens of a folder from the command line.
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include "simulator/tool/Commands.h"
+
+namespace {
+
+using namespace simtool;
+
+CLI::App* AddCommand(CLI::App& app, const std::string& name, const std::string& words, std::function<int()> run) {
+  CLI::App* sub = app.add_subcommand(name, words);
+  sub->callback([run = std::move(run)] { throw CLI::RuntimeError(run()); });
+  return sub;
+}
+
+void AddPenCommands(CLI::App& app, Arguments& a) {
+  CLI::App* add = AddCommand(app, "add", "Make a pen and plug it in", [&a] { return AddPen(a); });
+  add->add_option("--id", a.id, "Its id (default: the next that is free)")->type_name("ID");
+  add->add_option("--type", a.type, "Its type (default 1)")->type_name("N");
+  add->add_option("--name", a.name, "Its name")->type_name("TEXT");
+  add->add_option("--firmware", a.firmware, "Its firmware version, as \"8.9.15.b2\"")->type_name("VERSION");
+  add->add_option("--penlet", a.penlets,
+                  "An application on it: guid=,version=,build=,group=,group-version=,name=,kind=app|paper; again for "
+                  "more")
+      ->type_name("KEY=VALUE,...")
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  add->add_option("--set", a.settings, "A setting of its behaviour; again for more")->type_name("NAME=VALUE");
+
+  CLI::App* list = AddCommand(app, "list", "List the pens", [&a] { return ListPens(a); });
+  list->add_flag("--json", a.json, "The pens' files as one JSON array");
+  CLI::App* show = AddCommand(app, "show", "Show one pen", [&a] { return ShowPen(a); });
+  show->add_option("ID", a.id, "The pen")->required()->type_name("");
+  show->add_flag("--json", a.json, "The pen's file");
+  const auto onPen = [&](const char* name, const char* words, int (*run)(const Arguments&)) {
+    AddCommand(app, name, words, [&a, run] { return run(a); })
+        ->add_option("ID", a.id, "The pen")
+        ->required()
+        ->type_name("");
+  };
+  onPen("remove", "Throw a pen away", RemovePen);
+  onPen("plug", "Put a pen on the bus", PlugPen);
+  onPen("unplug", "Take a pen off the bus", UnplugPen);
+}
+
+void AddBehaviour(CLI::App& app, Arguments& a) {
+  CLI::App* set = AddCommand(app, "set", "Change how a pen behaves", [&a] { return SetPen(a); });
+  set->add_option("ID", a.id, "The pen")->required()->type_name("");
+  set->add_option("SETTING", a.settings, "NAME=VALUE, or name=, type=, firmware= or mode= for the pen itself")
+      ->required()
+      ->type_name("");
+  set->footer(SettingsHelp());
+  CLI::App* fault = AddCommand(app, "fault", "Let a pen function fail", [&a] { return SetFault(a); });
+  fault->add_option("FUNCTION", a.function, "The pen function, as pcStartObex; without one the faults are listed")
+      ->type_name("");
+  fault->add_option("--call", a.call, "Fail this call, counted from 1 in each process (default: every call)")
+      ->type_name("N");
+  fault->add_option("--error", a.error, "The number to fail with (default 115)")->type_name("N");
+  fault->add_flag("--clear", a.clear, "Forget all faults");
+  fault->add_flag("--json", a.json, "List the faults as JSON");
+  CLI::App* trace = AddCommand(app, "trace", "Write every call of every process to a file, one JSON line each",
+                               [&a] { return SetTrace(a); });
+  trace->add_option("FILE", a.file, "The trace; lines are added to it")->type_name("");
+  trace->add_flag("--stop", a.clear, "Stop writing");
+  CLI::App* replay = AddCommand(app, "replay", "Make the calls of a trace again and compare their results",
+                                [&a] { return Replay(a); });
+  replay->add_option("FILE", a.file, "The trace")->required()->type_name("");
+  replay->add_option("--fault", a.fault, "Fail a call this time: FUNCTION:CALL:ERROR")->type_name("F:N:E");
+  replay->add_flag("--json", a.json, "One JSON line for each call");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app("Simulated digital pens, kept as files and shared by all processes that use the folder.", "tessvik-sim");
+  app.require_subcommand(1);
+  app.footer(
+      "The pens are in $TESSVIK_SIM_DIR, else in $XDG_STATE_HOME/tessvik-sim/pens.\n"
+      "Exit status: 0 done, 1 the pens refused it (or a replay went otherwise), 2 usage.");
+  Arguments arguments;
+  AddPenCommands(app, arguments);
+  AddBehaviour(app, arguments);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::RuntimeError& done) {
+    return done.get_exit_code();
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : 2;
+  } catch (const std::exception& error) {
+    fmt::print(stderr, "tessvik-sim: {}\n", error.what());
+    return 2;
+  }
+  return 0;
+}
