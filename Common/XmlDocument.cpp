@@ -1,74 +1,181 @@
-#include <algorithm>
-#include <cstdio>
-#include <memory>
+// A document's life: loading, copying and its parts.
+#include "Common/XmlDocument.h"
 
-#include "Common/Xml.h"
+#include <climits>
+#include <cstring>
+#include <cwchar>
+
 #include "Common/XmlParser.h"
+#include "Common/XmlTags.h"
 
 namespace {
-
-constexpr const char* kDeclaration = "<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\" ?>";
 
 struct CloseFile {
   void operator()(FILE* file) const { std::fclose(file); }
 };
 
-// The whole file, empty when it cannot be read.
-std::string ReadWhole(const char* path) {
-  std::string text;
-  const std::unique_ptr<FILE, CloseFile> file(path ? std::fopen(path, "rb") : nullptr);
-  if (!file) return text;
-  size_t size = 0;
-  constexpr size_t kStep = 1 << 16;
-  do {
-    text.resize(size + std::max(kStep, size));
-    const size_t read = std::fread(text.data() + size, 1, text.size() - size, file.get());
-    if (read == 0) break;
-    size += read;
-  } while (true);
-  text.resize(size);
-  return text.c_str();  // a document ends at its first NUL
+// Texts inside a document count their bytes in 32 bits.
+constexpr uint64_t kLargest = UINT32_MAX - XML::kSlack;
+
+// The size of an open file; none for what is not one that can be read whole.
+std::optional<size_t> SizeOf(FILE* file) {
+  if (fseeko(file, 0, SEEK_END) != 0) return std::nullopt;
+  const off_t size = ftello(file);
+  if (size < 0 || static_cast<uint64_t>(size) > kLargest || fseeko(file, 0, SEEK_SET) != 0) return std::nullopt;
+  return static_cast<size_t>(size);
 }
 
 }  // namespace
 
-XML::XML(const char* source, int mode) {
-  m_text = mode == 0 ? ReadWhole(source) : std::string(source ? source : "");
-  if (m_text.empty()) {
-    m_header = kDeclaration;
-    UseDefaultRoot("xml");
-  } else {
-    Parse();
-  }
+XML::XML() {
+  Clear();
 }
 
-XML::~XML() = default;
+XML::XML(const char* source, int mode, XMLTransform* transform, void* data) {
+  Load(source, mode, transform, data);
+}
 
-void XML::Parse() {
-  std::string_view body = m_text;
-  const size_t end = body.find("?>");
-  if (end == std::string_view::npos) {
+XML::XML(const XML& other) {
+  *this = other;
+}
+
+XML& XML::operator=(const XML& other) {
+  if (this == &other) return *this;
+  m_status = other.m_status;
+  m_position = other.m_position;
+  m_fileName = other.m_fileName;
+  m_hasFileName = other.m_hasFileName;
+  m_hasDefaultRoot = other.m_hasDefaultRoot;
+  m_header.reset(other.m_header->Duplicate());
+  m_root.reset(other.m_root ? other.m_root->Copy() : nullptr);
+  return *this;
+}
+
+XML::~XML() {
+  if (m_saveOnClose) Save();
+}
+
+void XML::Clear() {
+  if (m_saveOnClose) Save();
+  m_status = 0;
+  m_position = 0;
+  m_fileName.clear();
+  m_hasFileName = false;
+  m_header = std::make_unique<XMLHeader>(kDeclaration);
+  UseDefaultRoot("xml");
+}
+
+bool XML::Load(const char* source, int mode, XMLTransform* transform, void* data) {
+  Clear();
+  if (!source) return true;
+  if (mode == 0) {
+    m_fileName = source;
+    m_hasFileName = true;
+    std::optional<Z<char>> text = ReadToZ(source, transform, data);
+    if (text) Parse(std::move(*text));
+  } else if (*source) {
+    const size_t size = std::strlen(source);
+    if (size > kLargest) return true;
+    Z<char> text(size + kSlack);
+    std::memcpy(text, source, size);
+    Parse(std::move(text));
+  }
+  if (transform) m_hasFileName = false;
+  return true;
+}
+
+bool XML::LoadText(const wchar_t* text) {
+  if (!text) return Load(nullptr, 1);
+  Z<char> bytes(std::wcslen(text) * 4 + 1000);
+  if (std::wcstombs(bytes, text, bytes.size() - 1) == static_cast<size_t>(-1)) return Load(nullptr, 1);
+  return Load(bytes, 1);
+}
+
+std::optional<Z<char>> XML::ReadToZ(const char* path, XMLTransform* transform, void* data) {
+  const std::unique_ptr<FILE, CloseFile> file(std::fopen(path, "rb"));
+  const std::optional<size_t> size = file ? SizeOf(file.get()) : std::nullopt;
+  if (!size) return std::nullopt;
+  Z<char> text(*size + kSlack);
+  if (std::fread(text, 1, *size, file.get()) != *size && std::ferror(file.get())) return std::nullopt;
+  if (!transform) return text;
+  Z<char> decoded(*size + kSlack);
+  transform->Decode(text, *size, decoded, *size, data);
+  return decoded;
+}
+
+void XML::Parse(Z<char> text) {
+  const auto arena = std::make_shared<XmlArena>(std::move(text));
+  const char* const begin = arena->text();
+  const size_t size = std::strlen(begin);
+  if (size == 0) return;
+  std::string_view body(begin, size);
+  const size_t close = body.find("?>");
+  if (close == std::string_view::npos) {
+    m_hasFileName = false;
     m_status = 1;
-    m_header = std::string("\xEF\xBB\xBF") + kDeclaration;
+    m_header = std::make_unique<XMLHeader>(std::string("\xEF\xBB\xBF") + kDeclaration);
   } else {
-    m_header = body.substr(0, end + 2);
-    body.remove_prefix(end + 2);
+    m_header = std::make_unique<XMLHeader>(body.substr(0, close + 2));
+    body.remove_prefix(close + 2);
   }
   const size_t first = body.find('<');
   if (first == std::string_view::npos) {
+    m_hasFileName = false;
     m_status = 1;
     UseDefaultRoot("root");
     return;
   }
-  m_root = XmlParser(*this).Parse(body.substr(first));
+  const XmlParsed parsed = ParseXml(arena, body.data() + first, body.data() + body.size());
+  for (const XMLComment* comment : parsed.comments) m_header->AddComment(comment->Duplicate());
+  m_root.reset(parsed.root);
+  m_hasDefaultRoot = false;
+  if (parsed.unclosed) m_status = 2;
+  m_position = static_cast<int>(std::min<size_t>(parsed.stopped, INT_MAX));
 }
 
-void XML::UseDefaultRoot(const char* tag) {
-  m_root = NewElement(nullptr, tag);
-  m_defaultRoot = true;
+void XML::UseDefaultRoot(std::string_view name) {
+  m_root = std::make_unique<XMLElement>(nullptr, name);
+  m_hasDefaultRoot = true;
 }
 
-XMLElement* XML::NewElement(XMLElement* parent, std::string_view tag) {
-  m_elements.push_back(std::make_unique<XMLElement>(parent, tag));
-  return m_elements.back().get();
+int XML::ParseStatus(int* position) const {
+  if (position) *position = m_position;
+  return m_status;
+}
+
+XMLElement* XML::SetRootElement(XMLElement* root) {
+  if (root != m_root.get()) m_root.reset(root);
+  m_hasDefaultRoot = false;
+  return root;
+}
+
+XMLElement* XML::RemoveRootElementAndKeep() {
+  return m_root.release();
+}
+
+void XML::SetHeader(XMLHeader* header) {
+  if (header && header != m_header.get()) m_header.reset(header);
+}
+
+// --- the header ---
+
+XMLHeader::XMLHeader(std::string_view text) : m_text(text) {}
+
+XMLHeader::~XMLHeader() {
+  for (XMLComment* comment : m_comments) delete comment;
+}
+
+void XMLHeader::SetEncoding(std::string_view encoding) {
+  m_text = "<?xml version=\"1.0\" encoding=\"" + std::string(encoding) + "\" standalone=\"yes\" ?>";
+}
+
+unsigned XMLHeader::AddComment(XMLComment* comment) {
+  if (comment) m_comments.Append(comment);
+  return m_comments.size();
+}
+
+XMLHeader* XMLHeader::Duplicate() const {
+  auto* copy = new XMLHeader(m_text);
+  for (const XMLComment* comment : m_comments) copy->AddComment(comment->Duplicate());
+  return copy;
 }

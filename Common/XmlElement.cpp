@@ -1,86 +1,186 @@
+// An element's life, its name and the lookups.
+#include "Common/XmlElement.h"
+
 #include <algorithm>
 
 #include "Common/StringUtil.h"
-#include "Common/Xml.h"
+#include "Common/XmlDocument.h"
+#include "Common/XmlText.h"
 
-XMLElement::XMLElement(XMLElement* parent, std::string_view tag) : m_parent(parent) {
-  ReadName(tag);
-  ReadVariables(tag);
+XMLElement::XMLElement(XMLElement* parent, std::string_view tag, int type) : m_parent(parent) {
+  m_name.touched = true;
+  Reparse(tag, type);
 }
 
-void XMLElement::ReadName(std::string_view& tag) {
-  // A line break does not end a name.
-  const std::string_view run = tag.substr(0, tag.find_first_of(" /\t>\""));
-  tag.remove_prefix(run.size());
-  std::string name(run);
-  std::erase(name, '<');
-  m_name = XML::Encode(name);
+XMLElement::~XMLElement() {
+  // Elements whose memory is an arena's are destroyed before the arena is let go of.
+  std::vector<std::shared_ptr<XmlArena>> arenas;
+  std::vector<XMLElement*> pending;
+  TakeTouchedChildren(pending);
+  while (!pending.empty()) {
+    XMLElement* element = pending.back();
+    pending.pop_back();
+    element->TakeTouchedChildren(pending);
+    if (element->m_rare && element->m_rare->arena) arenas.push_back(std::move(element->m_rare->arena));
+    delete element;
+  }
+  for (XMLContent* content : m_contents) Delete(content);
+  if (!m_rare) return;
+  for (XMLVariable* variable : m_rare->variables) Delete(variable);
+  for (XMLComment* comment : m_rare->comments) Delete(comment);
+  for (XMLCData* cdata : m_rare->cdatas) Delete(cdata);
+  Delete(m_rare);
 }
 
-void XMLElement::ReadVariables(std::string_view tag) {
-  while (true) {
-    tag.remove_prefix(std::min(tag.find_first_not_of(" \t"), tag.size()));
-    if (tag.empty() || tag.front() == '>' || tag.front() == '/') return;
-    const size_t equals = tag.find('=');
-    if (equals == std::string_view::npos) return;
-    const std::string_view name = tag.substr(0, equals);
-    tag.remove_prefix(equals + 1);
-    if (tag.starts_with('"')) tag.remove_prefix(1);
-    const size_t quote = tag.find('"');
-    if (quote == std::string_view::npos) return;
-    m_variables.push_back({name, tag.substr(0, quote)});
-    tag.remove_prefix(quote + 1);
+void XMLElement::operator delete(XMLElement* element, std::destroying_delete_t) {
+  const std::shared_ptr<XmlArena> arena = element->m_rare ? std::move(element->m_rare->arena) : nullptr;
+  const bool inArena = element->m_name.inArena;
+  element->~XMLElement();
+  if (!inArena) ::operator delete(element);
+}
+
+// The rest needs no destroying: all of it lies in an arena.
+void XMLElement::TakeTouchedChildren(std::vector<XMLElement*>& out) {
+  for (XMLElement* child : m_children) {
+    if (child && child->m_name.touched) out.push_back(child);
+  }
+  m_children.Clear();
+}
+
+void XMLElement::Touch() {
+  for (XMLElement* element = this; element && !element->m_name.touched; element = element->m_parent) {
+    element->m_name.touched = true;
   }
 }
 
-int XMLElement::FindElement(const char* name) const {
-  for (size_t i = 0; i < m_children.size(); ++i) {
-    if (m_children[i]->GetElementName() == name) return static_cast<int>(i);
+XMLElement::Rare& XMLElement::MakeRare() {
+  Touch();
+  if (!m_rare) m_rare = new Rare;
+  return *m_rare;
+}
+
+void XMLElement::Reparse(std::string_view tag, int type) {
+  RemoveAllVariables();
+  RemoveAllElements();
+  RemoveAllComments();
+  Touch();
+  if (type != 0) {
+    MakeRare().type = type;
+    m_name.Set(tag);
+    return;
+  }
+  if (m_rare) m_rare->type = type;
+  if (tag.starts_with('<')) tag.remove_prefix(1);
+  bool plain = true;
+  const std::string_view name = xmltext::TakeName(tag, &plain);
+  m_name.Set(plain ? name : xmltext::StoredName(name));
+  std::string_view key;
+  std::string_view value;
+  while (xmltext::TakeVariable(tag, key, value)) AddVariable(key, value, true);
+}
+
+// --- the element itself ---
+
+size_t XMLElement::GetElementName(char* buffer, size_t size, bool raw) const {
+  return raw ? xmltext::CopyOut(name(), buffer, size) : XML::XMLDecode(name(), buffer, size);
+}
+
+std::string XMLElement::GetElementName(bool raw) const {
+  return raw ? std::string(name()) : XML::XMLDecode(name());
+}
+
+void XMLElement::SetElementName(std::string_view name, bool raw) {
+  m_name.Set(raw ? name : XML::XMLEncode(name));
+  Touch();
+}
+
+void XMLElement::SetParent(XMLElement* parent) {
+  Touch();
+  if (parent) parent->Touch();
+  m_parent = parent;
+}
+
+unsigned XMLElement::GetDeep() const {
+  unsigned deep = 0;
+  for (const XMLElement* parent = m_parent; parent; parent = parent->m_parent) ++deep;
+  return deep;
+}
+
+// --- lookups ---
+
+int XMLElement::FindElement(std::string_view name) const {
+  for (unsigned i = 0; i < m_children.size(); ++i) {
+    if (m_children[i] && xmltext::ReadsAs(m_children[i]->name(), name)) return static_cast<int>(i);
   }
   return -1;
 }
 
-XMLElement* XMLElement::GetChild(const char* name) const {
+int XMLElement::FindElement(const XMLElement* child) const {
+  const auto found = std::find(m_children.begin(), m_children.end(), child);
+  return child && found != m_children.end() ? static_cast<int>(found - m_children.begin()) : -1;
+}
+
+XMLElement* XMLElement::GetChild(std::string_view name) const {
   const int index = FindElement(name);
   return index < 0 ? nullptr : m_children[static_cast<size_t>(index)];
 }
 
 bool XMLElement::GetContent(std::string& out) const {
-  if (m_contents.empty()) return false;
-  out = XML::Decode(m_contents.front().text);
+  if (m_contents.size() == 0 || !m_contents[0]) return false;
+  xmltext::Read(m_contents[0]->text(), out);
   return true;
 }
 
-bool XMLElement::GetChildContent(const char* name, std::string& out) const {
+bool XMLElement::GetContent(char* buffer, size_t size) const {
+  if (m_contents.size() == 0 || !m_contents[0]) return false;
+  m_contents[0]->GetValue(buffer, size);
+  return true;
+}
+
+bool XMLElement::GetChildContent(std::string_view name, std::string& out) const {
   const XMLElement* child = GetChild(name);
   return child && child->GetContent(out);
 }
 
-int32_t XMLElement::GetChildContentInt(const char* name, int32_t otherwise) const {
-  std::string text;
-  return GetChildContent(name, text) ? CStringUtil::ToInt(text.c_str()) : otherwise;
+bool XMLElement::GetChildContent(std::string_view name, char* buffer, size_t size) const {
+  const XMLElement* child = GetChild(name);
+  return child && child->GetContent(buffer, size);
 }
 
-bool XMLElement::GetChildContentBool(const char* name) const {
-  std::string text;
+namespace {
+// Numbers and flags are read into a buffer of this size; longer texts are cut.
+constexpr size_t kValueSize = 256;
+}  // namespace
+
+int32_t XMLElement::GetChildContentInt(std::string_view name, int32_t otherwise) const {
+  char text[kValueSize];
+  return GetChildContent(name, text) ? CStringUtil::ToInt(text) : otherwise;
+}
+
+bool XMLElement::GetChildContentBool(std::string_view name) const {
+  char text[kValueSize];
   if (!GetChildContent(name, text)) return false;
   CStringUtil::ToLower(text);
-  return text == "true";
+  return std::string_view(text) == "true";
 }
 
-int XMLElement::FindVariable(const char* name) const {
-  const auto found = std::find_if(m_variables.begin(), m_variables.end(),
-                                  [name](const XMLVariable& variable) { return XML::Decode(variable.name) == name; });
-  return found == m_variables.end() ? -1 : static_cast<int>(found - m_variables.begin());
+int XMLElement::FindVariable(std::string_view name) const {
+  for (unsigned i = 0; i < GetVariableNum(); ++i) {
+    if (m_rare->variables[i] && xmltext::ReadsAs(m_rare->variables[i]->name(), name)) return static_cast<int>(i);
+  }
+  return -1;
 }
 
-bool XMLElement::GetVariable(const char* name, std::string& out) const {
+bool XMLElement::GetVariable(std::string_view name, std::string& out) const {
   const int index = FindVariable(name);
   if (index < 0) return false;
-  out = XML::Decode(m_variables[static_cast<size_t>(index)].value);
+  xmltext::Read(m_rare->variables[static_cast<size_t>(index)]->value(), out);
   return true;
 }
 
-std::string XMLElement::GetElementName() const {
-  return XML::Decode(m_name);
+bool XMLElement::GetVariable(std::string_view name, char* buffer, size_t size) const {
+  const int index = FindVariable(name);
+  if (index < 0) return false;
+  m_rare->variables[static_cast<size_t>(index)]->GetValue(buffer, size);
+  return true;
 }

@@ -1,232 +1,192 @@
 #include "Common/XmlParser.h"
 
 #include <algorithm>
-#include <climits>
-#include <cstdlib>
-#include <cwchar>
-#include <utility>
+
+#include "Common/XmlTags.h"
+#include "Common/XmlTreeBuilder.h"
 
 namespace {
 
-constexpr size_t kNone = std::string_view::npos;
-constexpr std::string_view kCData = "<![CDATA[";
-constexpr std::string_view kCDataEnd = "]]>";
-
-// The position of the ">" that ends the tag at the text's start, kNone without one.
-size_t TagEnd(std::string_view text) {
-  if (!text.starts_with(kCData)) return text.find('>');
-  const size_t end = text.find(kCDataEnd);
-  return end == kNone ? kNone : end + kCDataEnd.size() - 1;
+std::string_view Between(const char* begin, const char* end) {
+  return begin < end ? std::string_view(begin, static_cast<size_t>(end - begin)) : std::string_view();
 }
 
-bool IsComment(std::string_view tag) {
-  return tag.starts_with("<!--") || tag.starts_with("<?");
-}
-
-// One step of the search for a closing tag: the position after the tag at the text's start, and whether a "/" ended it.
-size_t ScanTag(std::string_view text, bool* empty) {
-  *empty = false;
-  bool quoted = false;
-  for (size_t i = 1; i < text.size(); ++i) {
-    if (text[i] == '>') return i + 1;
-    if (text[i] == '"') quoted = !quoted;
-    if (text[i] == '/' && !quoted) {
-      *empty = true;
-      return i + 1;
-    }
-  }
-  return kNone;
-}
-
-}  // namespace
-
-// An element whose inside is being read: the text from `cursor` to `end`.
-struct XmlParser::Level {
-  XMLElement* parent;
-  size_t cursor;
-  size_t end;
-  XMLElement* recorded = nullptr;
-  bool seen = false;
-};
-
-XMLElement* XmlParser::Parse(std::string_view text) {
-  m_text = text;
-  std::vector<Level> levels{{nullptr, 0, text.size()}};
-  XMLElement* root = nullptr;
-  while (!levels.empty()) {
-    Level& level = levels.back();
-    root = level.recorded;
-    const std::string_view rest = m_text.substr(0, level.end);
-    const size_t start = rest.find('<', level.cursor);
-    AddBlankVariable(level.parent, rest.substr(level.cursor, start == kNone ? kNone : start - level.cursor));
-    if (start == kNone || !ReadTag(levels, start)) {
-      if (m_document.m_status == 2) return levels.front().recorded;
-      levels.pop_back();
-    }
-  }
-  return root;
-}
-
-// Reads one tag of the innermost level; false when the level ends there.
-bool XmlParser::ReadTag(std::vector<Level>& levels, size_t start) {
-  Level& level = levels.back();
-  const std::string_view rest = m_text.substr(start, level.end - start);
-  const size_t end = TagEnd(rest);
-  if (end == kNone) return false;
-  const std::string_view tag = rest.substr(0, end + 1);
-  level.cursor = start + tag.size();
-  if (IsComment(tag)) {
-    ReadComment(level, tag);
-  } else if (tag.starts_with(kCData)) {
-    const std::string_view inside = tag.substr(kCData.size(), tag.size() - kCData.size() - kCDataEnd.size());
-    if (level.parent) level.parent->m_cdatas.push_back({level.parent->GetChildrenNum(), inside});
-  } else if (tag.starts_with("</")) {
-    if (level.recorded && level.parent) {
-      const auto& children = level.parent->m_children;
-      if (children.empty() || children.back() != level.recorded) level.parent->m_children.push_back(level.recorded);
-    }
-  } else {
-    return ReadElement(levels, start, start + tag.size());
-  }
-  return true;
-}
-
-void XmlParser::ReadComment(const Level& level, std::string_view tag) {
-  const std::string_view text = tag.size() > 7 ? tag.substr(4, tag.size() - 7) : std::string_view();
-  if (level.parent) {
-    level.parent->m_comments.push_back({level.parent->GetChildrenNum(), text});
-  } else {
-    m_document.m_headerComments.push_back({level.seen ? 1U : 0U, text});
-  }
-}
-
-bool XmlParser::ReadElement(std::vector<Level>& levels, size_t start, size_t end) {
-  Level& level = levels.back();
-  const std::string_view tag = m_text.substr(start + 1, end - start - 2);
-  if (tag.ends_with('/')) {
-    XMLElement* element = m_document.NewElement(level.parent, tag);
-    if (level.parent) level.parent->m_children.push_back(element);
-    if (!level.recorded) level.recorded = element;
-    level.seen = true;
+// Adds the comment or character data from `tag` to its last character at `close`; false for any other tag.
+bool AddIfText(XmlTreeBuilder& builder, const char* tag, const char* close) {
+  if (tag[1] != '!' && tag[1] != '?') return false;
+  if (xmltags::IsComment(tag, close)) {
+    builder.AddComment(Between(tag + 4, close - 2));
     return true;
   }
-  const size_t close = FindXMLClose(m_text.substr(start, level.end - start));
-  if (close == kNone) {
-    m_document.m_status = 2;
-    return false;
-  }
-  const size_t closing = m_text.rfind('<', start + close - 1);
-  level.recorded = m_document.NewElement(level.parent, tag);
-  level.seen = true;
-  level.cursor = closing;
-  levels.push_back({level.recorded, end, std::max(closing, end)});
+  if (!xmltags::StartsWith(tag, close, xmltags::kCData)) return false;
+  builder.AddCData(Between(tag + xmltags::kCData.size(), close + 1 - xmltags::kCDataEnd.size()));
   return true;
 }
 
-size_t XmlParser::FindXMLClose(std::string_view text) {
-  int depth = 0;
-  size_t at = text.find('<');
-  while (at != kNone) {
-    const std::string_view rest = text.substr(at);
-    size_t size = 0;
-    if (rest.starts_with("</")) {
-      size = rest.find('>');
-      if (size == kNone) return kNone;
-      ++size;
-      if (depth == 1) return at + size;
-      --depth;
-    } else if (rest.starts_with(kCData) || IsComment(rest)) {
-      size = TagEnd(rest);
-      if (size == kNone) return kNone;
-      ++size;
-    } else {
-      bool empty = false;
-      size = ScanTag(rest, &empty);
-      if (size == kNone) return kNone;
-      if (!empty) ++depth;
+// Reads documents whose tags are the same by both rules: a closing tag closes the innermost open element.
+class OnePassParser {
+ public:
+  OnePassParser(XmlTreeBuilder& builder, const char* end) : m_builder(builder), m_end(end) {}
+
+  // False for a document that it cannot read. `*stopped` is where reading ended: in front of an element or tag without
+  // an end if there is one.
+  bool Parse(const char* at, const char** stopped) {
+    while (true) {
+      const char* tag = xmltags::Find(at, m_end, '<');
+      if (!tag) break;
+      m_builder.AddRun(at, tag);
+      const char* close = xmltags::FindEnd(tag, m_end);
+      if (!close) {
+        m_stopped = tag;
+        break;
+      }
+      if (!ReadTag(tag, close)) return false;
+      at = close + 1;
     }
-    at = text.find('<', at + size);
+    *stopped = m_builder.IsOpen() ? m_top : m_stopped ? m_stopped : m_end;
+    return true;
   }
-  return kNone;
-}
 
-void XmlParser::AddBlankVariable(XMLElement* element, std::string_view run) {
-  constexpr const char* kBlank = " \t\n\r";
-  const size_t begin = run.find_first_not_of(kBlank);
-  if (!element || begin == kNone) return;
-  const std::string_view text = run.substr(begin, run.find_last_not_of(kBlank) - begin + 1);
-  element->m_contents.push_back({element->GetChildrenNum(), text});
-}
+ private:
+  bool ReadTag(const char* tag, const char* close) {
+    if (tag[1] == '/') {
+      if (m_builder.IsOpen()) m_builder.Close();
+      return true;
+    }
+    if (AddIfText(m_builder, tag, close)) return true;
+    if (!xmltags::IsPlainTag(tag, close)) return false;
+    if (close[-1] == '/') {
+      m_builder.AddEmpty(Between(tag + 1, close));
+      return true;
+    }
+    if (!m_builder.IsOpen()) m_top = tag;
+    m_builder.Open(Between(tag + 1, close));
+    return true;
+  }
 
-std::string XML::Encode(std::string_view text) {
-  std::string out;
-  for (size_t i = 0; i < text.size(); ++i) {
-    switch (text[i]) {
-      case '&':
-        out += text.substr(i + 1, 1) == "#" ? "&" : "&amp;";
-        break;
-      case '<':
-        out += "&lt;";
-        break;
-      case '>':
-        out += "&gt;";
-        break;
-      case '"':
-        out += "&quot;";
-        break;
-      case '\'':
-        out += "&apos;";
-        break;
-      default:
-        out += text[i];
+  XmlTreeBuilder& m_builder;
+  const char* m_end;
+  const char* m_top = nullptr;  // the latest element outside all others
+  const char* m_stopped = nullptr;
+};
+
+// Reads any document: every element's closing tag is looked up before its inside is read.
+class DepthParser {
+ public:
+  DepthParser(XmlTreeBuilder& builder, const char* begin, const char* end)
+      : m_builder(builder), m_closes(begin, end), m_levels{{end, end}} {}
+
+  // Returns where reading ended.
+  const char* Parse(const char* at) {
+    while (true) {
+      const char* const end = m_levels.back().end;
+      const char* tag = xmltags::Find(at, end, '<');
+      if (!tag) m_builder.AddRun(at, std::max(at, end));
+      const char* next = tag ? ReadTag(at, tag, end) : nullptr;
+      if (next) {
+        at = next;
+        continue;
+      }
+      // The level ends here; what is left of it is dropped.
+      const char* behind = m_levels.back().behind;
+      m_levels.pop_back();
+      if (m_levels.empty()) return tag ? tag : end;
+      m_builder.Close();
+      at = behind;
     }
   }
-  return out;
-}
+  bool unclosed() const { return m_unclosed; }
 
-namespace {
+ private:
+  // An element whose inside is being read: where that ends, and behind its closing tag.
+  struct Level {
+    const char* end;
+    const char* behind;
+  };
 
-// The character of a code in the locale's encoding, nothing when it has none.
-void AppendCharacter(unsigned long code, std::string& out) {
-  if (code == 0) return;
-  char bytes[MB_LEN_MAX];
-  std::mbstate_t state{};
-  const size_t size = std::wcrtomb(bytes, static_cast<wchar_t>(code), &state);
-  if (size != static_cast<size_t>(-1)) out.append(bytes, size);
-}
-
-// Decodes the reference at the text's start into `out`; returns its length, 0 for a bare "&".
-size_t DecodeReference(std::string_view text, std::string& out) {
-  constexpr std::pair<std::string_view, char> kNamed[] = {
-      {"&amp;", '&'}, {"&quot;", '"'}, {"&apos;", '\''}, {"&lt;", '<'}, {"&gt;", '>'}};
-  for (const auto& [name, character] : kNamed) {
-    if (!text.starts_with(name)) continue;
-    out += character;
-    return name.size();
+  const char* ReadTag(const char* at, const char* tag, const char* end) {
+    m_builder.AddRun(at, tag);
+    const char* close = xmltags::FindEnd(tag, end);
+    if (!close) return nullptr;
+    // A closing tag without an element to close says nothing.
+    if (tag[1] == '/' || AddIfText(m_builder, tag, close)) return close + 1;
+    if (close[-1] == '/') {
+      m_builder.AddEmpty(Between(tag + 1, close));
+      return close + 1;
+    }
+    const char* closing = m_closes.Find(tag, end);
+    if (!closing) {
+      m_unclosed = true;
+      return nullptr;
+    }
+    m_builder.Open(Between(tag + 1, close));
+    m_levels.push_back({std::max(closing, close + 1), xmltags::Find(closing, end, '>') + 1});
+    return close + 1;
   }
-  if (!text.starts_with("&#")) return 0;
-  const bool hex = text.size() > 2 && (text[2] == 'x' || text[2] == 'X');
-  const size_t digits = hex ? 3 : 2;
-  const size_t end =
-      std::min(text.find_first_not_of(hex ? "0123456789abcdefABCDEF" : "0123456789", digits), text.size());
-  if (end == digits) return 0;
-  AppendCharacter(
-      std::strtoul(std::string(text.substr(digits, std::min<size_t>(end - digits, 8))).c_str(), nullptr, hex ? 16 : 10),
-      out);
-  return std::min(end + 1, text.size());
-}
+
+  XmlTreeBuilder& m_builder;
+  xmltags::CloseTable m_closes;
+  std::vector<Level> m_levels;
+  bool m_unclosed = false;
+};
 
 }  // namespace
 
-std::string XML::Decode(std::string_view text) {
-  std::string out;
-  for (size_t at = 0; at < text.size();) {
-    const size_t reference = std::min(text.find('&', at), text.size());
-    out.append(text, at, reference - at);
-    if (reference == text.size()) break;
-    const size_t size = DecodeReference(text.substr(reference), out);
-    if (size == 0) out += '&';
-    at = reference + std::max<size_t>(size, 1);
+XmlParsed ParseXml(const std::shared_ptr<XmlArena>& arena, const char* begin, const char* end) {
+  XmlParsed parsed;
+  const char* stopped = nullptr;
+  XmlTreeBuilder builder(*arena);
+  if (OnePassParser(builder, end).Parse(begin, &stopped)) {
+    parsed.unclosed = builder.IsOpen();
+  } else {
+    builder.Restart();
+    DepthParser parser(builder, begin, end);
+    stopped = parser.Parse(begin);
+    parsed.unclosed = parser.unclosed();
   }
-  return out;
+  parsed.root = XmlTreeBuilder::MakeTop(builder.recorded(), arena);
+  parsed.comments = builder.OuterComments();
+  parsed.stopped = static_cast<size_t>(stopped - arena->text());
+  return parsed;
+}
+
+XMLElement* XMLHelper::ParseElementTree(XMLHeader* header, XMLElement* parent, std::string_view text, bool* unclosed) {
+  Z<char> copy(text.size() + XML::kSlack);
+  std::copy(text.begin(), text.end(), static_cast<char*>(copy));
+  const auto arena = std::make_shared<XmlArena>(std::move(copy));
+  const char* const begin = arena->text();
+  XmlTreeBuilder builder(*arena);
+  if (parent) builder.OpenFrame();
+  DepthParser parser(builder, begin, begin + text.size());
+  parser.Parse(begin);
+  if (unclosed) *unclosed = parser.unclosed();
+  XMLElement* const recorded = builder.recorded();
+  if (!parent) {
+    for (const XMLComment* comment : builder.OuterComments()) {
+      if (header) header->AddComment(comment->Duplicate());
+    }
+    return XmlTreeBuilder::MakeTop(recorded, arena);
+  }
+  builder.CloseFrame(*parent, arena);
+  return recorded;
+}
+
+size_t XMLHelper::FindXMLClose(std::string_view text) {
+  const char* const end = text.data() + text.size();
+  int depth = 0;
+  for (const char* tag = xmltags::Find(text.data(), end, '<'); tag; tag = xmltags::Find(tag, end, '<')) {
+    const xmltags::Step step = xmltags::Scan(tag, end);
+    if (!step.next) break;
+    if (step.depth < 0 && depth == 1) return static_cast<size_t>(step.next - text.data());
+    depth += step.depth;
+    tag = step.next;
+  }
+  return std::string_view::npos;
+}
+
+void XMLHelper::AddBlankVariable(XMLElement* element, std::string_view text, unsigned position) {
+  constexpr const char* kBlank = " \t\n\r";
+  const size_t begin = text.find_first_not_of(kBlank);
+  if (!element || begin == std::string_view::npos) return;
+  element->AddContent(text.substr(begin, text.find_last_not_of(kBlank) - begin + 1), position, true);
 }
