@@ -86,7 +86,7 @@ LintInput::LintInput(Contents& source, std::vector<Certificate> given)
 
 std::vector<const LintRule*> AllLintRules() {
   std::vector<const LintRule*> all;
-  for (std::span<const LintRule> rules : {TextRules(), ManifestRules(), ArchiveRules()}) {
+  for (std::span<const LintRule> rules : {TextRules(), ManifestRules(), ArchiveRules(), SignatureRules()}) {
     for (const LintRule& rule : rules) all.push_back(&rule);
   }
   return all;

@@ -91,6 +91,7 @@ struct LintRule {
 std::span<const LintRule> TextRules();
 std::span<const LintRule> ManifestRules();
 std::span<const LintRule> ArchiveRules();
+std::span<const LintRule> SignatureRules();
 std::vector<const LintRule*> AllLintRules();
 
 // Runs every rule; findings are ordered by file, line and rule name. `certificates` may be empty.

@@ -17,7 +17,7 @@ constexpr size_t kLongestPath = 259;
 // "/tmp/", ten digits for the size, "_", twenty for the time, "/".
 constexpr size_t kExtractionFolder = 37;
 
-// A file's own folder and one more above it are made; further ones must be there.
+// A file's own folder and one more above it are always made; further ones are better there already.
 constexpr size_t kFoldersMade = 2;
 
 std::set<std::string> ListedMembers(const LintInput& input) {
@@ -60,7 +60,7 @@ void PathTooLong(const LintInput& input, Findings& findings) {
   for (const std::string& name : input.shipped) {
     if (name.size() + kExtractionFolder <= kLongestPath) continue;
     findings.Add(name, 0,
-                 fmt::format("Unpacked, the path can have {} bytes; {} are the most", name.size() + kExtractionFolder,
+                 fmt::format("Unpacked, the path can have {} bytes; it is cut to {}", name.size() + kExtractionFolder,
                              kLongestPath));
   }
 }
@@ -74,9 +74,9 @@ void FoldersTooDeep(const LintInput& input, Findings& findings) {
       if (!made.contains(folder)) missing.push_back(folder);
     }
     if (missing.size() > kFoldersMade) {
-      findings.Add(
-          name, 0,
-          fmt::format("{} folders would have to be made at once; {} is the most", missing.size(), kFoldersMade));
+      findings.Add(name, 0,
+                   fmt::format("{} folders would have to be made at once; no more than {} are promised", missing.size(),
+                               kFoldersMade));
     }
     made.insert(missing.begin(), missing.end());
   }
@@ -115,7 +115,7 @@ constexpr std::array kRules{
     LintRule{"empty-file", Severity::kWarning, EmptyFile, "Put content into the file, or take the package out."},
     LintRule{"unlisted-file", Severity::kWarning, UnlistedFile, "Add a package for the file, or remove it."},
     LintRule{"path-too-long", Severity::kError, PathTooLong, "Use shorter folder and file names."},
-    LintRule{"folders-too-deep", Severity::kError, FoldersTooDeep,
+    LintRule{"folders-too-deep", Severity::kWarning, FoldersTooDeep,
              "Put the file at most two folders deep, or one deeper than a file that is unpacked before it."},
     LintRule{"leaves-its-folder", Severity::kError, LeavesItsFolder,
              "Use paths below the bundle's top, without \"..\"."},

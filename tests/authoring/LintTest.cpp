@@ -24,10 +24,12 @@ TestBundleOptions CleanOptions() {
   return {.groups = {group}};
 }
 
-std::vector<Finding> LintOf(const TestBundleOptions& options) {
+std::vector<Finding> LintOf(const TestBundleOptions& options, std::vector<std::string> certificates = {}) {
   TestBundle bundle(options);
   std::unique_ptr<authoring::Contents> contents = authoring::Contents::Open(bundle.path());
-  return Lint(authoring::LintInput(*contents, {}));
+  std::vector<authoring::Certificate> loaded;
+  for (const std::string& pem : certificates) loaded.push_back(authoring::Certificate::FromPem(pem, "cert.pem"));
+  return Lint(authoring::LintInput(*contents, std::move(loaded)));
 }
 
 std::string Describe(const std::vector<Finding>& findings) {
@@ -51,7 +53,12 @@ struct Row {
   void (*change)(TestBundleOptions&) = nullptr;
 };
 
+void EditBom(TestBundleOptions& options, const std::string& from, const std::string& to) {
+  options.editBomXml = [from, to](std::string& text) { Replace(text, from, to); };
+}
+
 const std::string kUpdate = "update.xml";
+const std::string kBom = "bom.xml";
 const std::string kLong(200, 'x');
 
 const Row kRows[] = {
@@ -92,6 +99,15 @@ const Row kRows[] = {
     {"leaves-its-folder", "Apps/../../x", 0, nullptr, "", [](auto& o) { o.replaceMembers["Apps/../../x"] = "x"; }},
     {"names-differ-in-case-only", "Apps/chess.pen", 0, nullptr, "",
      [](auto& o) { o.replaceMembers["APPS/chess.pen"] = "x"; }},
+    {"missing-signature-manifest", kBom, 0, nullptr, "", [](auto& o) { o.dropMembers = {kBom}; }},
+    {"unsigned-file", kUpdate, 6, nullptr, "", [](auto& o) { EditBom(o, "name=\"chess.pen\"", "name=\"chess\""); }},
+    {"signature-matches-nothing", kBom, 4, nullptr, "",
+     [](auto& o) { EditBom(o, "name=\"chess.pen\"", "name=\"chess\""); }},
+    {"duplicate-signature", kBom, 5, nullptr, "",
+     [](auto& o) { EditBom(o, "name=\"firmware-8.9.15.b2.bin\"", "name=\"CHESS.PEN\""); }},
+    {"signature-not-on-one-line", kBom, 3, nullptr, "", [](auto& o) { EditBom(o, "signature=\"", "signature=\"A\n"); }},
+    {"subject-value-too-long", kBom, 3, nullptr, "",
+     [](auto& o) { EditBom(o, "subject=\"", "subject=\"/OU=" + kLong); }},
 };
 
 class LintRow : public testing::TestWithParam<Row> {};
@@ -129,9 +145,18 @@ TEST(Lint, TellsAFolderEntryByItsUnixBit) {
   EXPECT_NE(Describe(LintOf(options)).find("folder-without-unix-bit Apps/:0"), std::string::npos);
 }
 
+TEST(Lint, ComparesSignersWithTheGivenCertificates) {
+  EXPECT_EQ(Describe(LintOf(CleanOptions(), {MakeTestIdentity().certPem})), "");
+  std::string foreign = Describe(LintOf(CleanOptions(), {MakeTestIdentity("/CN=Somebody Else").certPem}));
+  EXPECT_NE(foreign.find("subject-not-of-a-certificate bom.xml:3"), std::string::npos) << foreign;
+  std::string old = Describe(
+      LintOf(CleanOptions(), {MakeTestIdentity(TestIdentityOptions{.validFromDays = -2, .validToDays = -1}).certPem}));
+  EXPECT_NE(old.find("certificate-out-of-dates cert.pem:0"), std::string::npos) << old;
+}
+
 // Every rule has a row, so that a new one cannot come without.
 TEST(Lint, HasARowForEveryRule) {
-  std::set<std::string> tested{"folder-without-unix-bit"};
+  std::set<std::string> tested{"folder-without-unix-bit", "subject-not-of-a-certificate", "certificate-out-of-dates"};
   for (const Row& row : kRows) tested.insert(row.rule);
   for (const authoring::LintRule* rule : authoring::AllLintRules())
     EXPECT_TRUE(tested.contains(rule->name)) << rule->name;
