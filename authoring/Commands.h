@@ -13,8 +13,8 @@
 
 namespace authoring {
 
-void AddMakingCommands(CLI::App& app);      // init, pack, digest, attach
-void AddInspectingCommands(CLI::App& app);  // lint
+void AddMakingCommands(CLI::App& app);      // init, pack, digest, attach, mutate
+void AddInspectingCommands(CLI::App& app);  // info, verify, lint, plan, diff
 
 // A signer as given on the command line.
 struct SignerArguments {

@@ -23,7 +23,7 @@ struct Member {
 class Contents {
  public:
   // Opens a folder or a zip archive. Throws Failure (kFile) when it is neither.
-  static std::unique_ptr<Contents> Open(const std::string& path);
+  [[nodiscard]] static std::unique_ptr<Contents> Open(const std::string& path);
   virtual ~Contents() = default;
 
   const std::string& path() const { return m_path; }

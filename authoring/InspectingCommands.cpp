@@ -5,8 +5,11 @@
 #include <set>
 
 #include "authoring/Commands.h"
+#include "authoring/Diff.h"
 #include "authoring/Failure.h"
+#include "authoring/Info.h"
 #include "authoring/Lint.h"
+#include "authoring/LoadedBundle.h"
 #include "authoring/Output.h"
 
 namespace authoring {
@@ -27,10 +30,72 @@ struct InspectArguments {
   CLI::Option* AddCertificates(CLI::App& command, const char* help) {
     return command.add_option("--cert", certificates, help + std::string("; again for several"))
         ->type_name("CERT.pem")
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+        ->allow_extra_args(false);
   }
 };
+
+void AddInfo(CLI::App& app) {
+  auto arguments = std::make_shared<InspectArguments>();
+  CLI::App* command = app.add_subcommand("info", "Show a bundle's groups, packages in transfer order, and signers");
+  arguments->AddTo(*command, "BUNDLE", "Bundle to show");
+  arguments->AddCertificates(*command, "Certificate whose dates are shown with its signer");
+  command->callback([arguments] {
+    std::vector<Certificate> certificates = LoadCertificates(arguments->certificates);
+    LoadedBundle loaded(arguments->path);
+    json info = DescribeBundle(loaded.RequireLoaded(), certificates);
+    arguments->asJson ? SayJson(info) : Say("{}", InfoText(info));
+  });
+}
+
+void PrintChecks(const std::vector<FileCheck>& checks) {
+  for (const FileCheck& check : checks) {
+    if (check.result == insSuccess) {
+      Say("ok      {}  {}\n", check.file, check.signer);
+      continue;
+    }
+    ResultText text = TextOf(check.result);
+    Say("FAILED  {}: {} ({}). {}\n", check.file, text.meaning, check.result, text.remedy);
+  }
+}
+
+json DescribeChecks(const std::vector<FileCheck>& checks) {
+  json files = json::array();
+  for (const FileCheck& check : checks) {
+    files.push_back({{"file", check.file},
+                     {"signer", check.signer},
+                     {"result", check.result},
+                     {"meaning", TextOf(check.result).meaning}});
+  }
+  return files;
+}
+
+void AddVerify(CLI::App& app) {
+  auto arguments = std::make_shared<InspectArguments>();
+  CLI::App* command = app.add_subcommand("verify", "Check every file's signature with the library's own verifier");
+  arguments->AddTo(*command, "BUNDLE", "Bundle to check");
+  arguments->AddCertificates(*command, "Trusted certificate")->required();
+  command->footer("Exit status 0 when every file is accepted, 1 when one is not or the bundle does not load.");
+  command->callback([arguments] {
+    std::vector<Certificate> certificates = LoadCertificates(arguments->certificates);
+    LoadedBundle loaded(arguments->path);
+    std::vector<FileCheck> checks;
+    InsResCode result = loaded.result();
+    if (result == insSuccess) {
+      checks = CheckFiles(loaded, certificates);
+      auto failed =
+          std::find_if(checks.begin(), checks.end(), [](const FileCheck& c) { return c.result != insSuccess; });
+      if (failed != checks.end()) result = failed->result;
+    }
+    if (arguments->asJson) {
+      SayJson({{"schema", 1}, {"bundle", arguments->path}, {"result", result}, {"files", DescribeChecks(checks)}});
+    } else if (checks.empty()) {
+      Say("FAILED  {}: {} ({}). {}\n", arguments->path, TextOf(result).meaning, result, TextOf(result).remedy);
+    } else {
+      PrintChecks(checks);
+    }
+    if (result != insSuccess) EndWithFindings();
+  });
+}
 
 const char* ToText(Severity severity) {
   return severity == Severity::kError ? "error" : "warning";
@@ -81,8 +146,7 @@ void AddLint(CLI::App& app) {
   for (const LintRule* rule : AllLintRules()) names.insert(rule->name);
   command->add_option("--ignore", arguments->ignored, "Leave out the findings of this name; again for several")
       ->type_name("NAME")
-      ->expected(1)
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+      ->allow_extra_args(false)
       ->check(CLI::IsMember(names).description(""));
   command->footer("Exit status 1 when there is an error (with --strict: a finding), else 0.");
   command->callback([arguments] {
@@ -100,10 +164,40 @@ void AddLint(CLI::App& app) {
   });
 }
 
+void AddDiff(CLI::App& app) {
+  struct Arguments {
+    std::string before;
+    std::string after;
+    bool asJson = false;
+  };
+  auto arguments = std::make_shared<Arguments>();
+  CLI::App* command = app.add_subcommand("diff", "Show what changed from one bundle to another");
+  command->add_option("A", arguments->before, "The older bundle")->required();
+  command->add_option("B", arguments->after, "The newer bundle")->required();
+  command->add_flag("--json", arguments->asJson, "Write JSON");
+  command->footer("Exit status 0 when nothing differs, 1 when something does.");
+  command->callback([arguments] {
+    std::vector<Difference> differences = Diff(arguments->before, arguments->after);
+    json list = json::array();
+    for (const Difference& difference : differences) {
+      list.push_back({{"what", difference.what},
+                      {"field", difference.field},
+                      {"before", difference.before},
+                      {"after", difference.after}});
+      if (!arguments->asJson) Say("{}\n", ToText(difference));
+    }
+    if (arguments->asJson) SayJson({{"schema", 1}, {"differences", list}});
+    if (!differences.empty()) EndWithFindings();
+  });
+}
+
 }  // namespace
 
 void AddInspectingCommands(CLI::App& app) {
+  AddInfo(app);
+  AddVerify(app);
   AddLint(app);
+  AddDiff(app);
 }
 
 std::vector<Certificate> LoadCertificates(const std::vector<std::string>& files) {

@@ -6,6 +6,7 @@
 #include "authoring/Failure.h"
 #include "authoring/Files.h"
 #include "authoring/Init.h"
+#include "authoring/Mutate.h"
 #include "authoring/Output.h"
 #include "authoring/Pack.h"
 #include "authoring/TwoStep.h"
@@ -50,15 +51,16 @@ void AddPack(CLI::App& app) {
     SignerArguments signer;
   };
   auto arguments = std::make_shared<Arguments>();
-  CLI::App* command = app.add_subcommand("pack", "Sign a folder's files, make a bundle of them");
+  CLI::App* command = app.add_subcommand("pack", "Sign a folder's files, make a bundle of them and verify it");
   command->add_option("DIR", arguments->folder, "Folder that holds update.xml and the package files")->required();
   command->add_option("-o,--output", arguments->output, "Bundle to write")->required()->type_name("FILE");
   arguments->signer.AddTo(*command, true);
-  command->footer("The same folder, key and certificate give the same bytes.");
+  command->footer(
+      "The same folder, key and certificate give the same bytes. A bundle that does not verify is not kept.");
   command->callback([arguments] {
     Signer signer = arguments->signer.Load();
     Pack(arguments->folder, signer, arguments->output);
-    Say("Wrote {}, signed by {}\n", arguments->output, signer.certificate().Subject());
+    Say("Wrote and verified {}, signed by {}\n", arguments->output, signer.certificate().Subject());
   });
 }
 
@@ -102,7 +104,31 @@ void AddAttach(CLI::App& app) {
   command->callback([arguments] {
     Certificate certificate = Certificate::FromFile(arguments->certificate);
     Attach(arguments->folder, arguments->digests, certificate, arguments->output);
-    Say("Wrote {}, signed by {}\n", arguments->output, certificate.Subject());
+    Say("Wrote and verified {}, signed by {}\n", arguments->output, certificate.Subject());
+  });
+}
+
+void AddMutate(CLI::App& app) {
+  struct Arguments {
+    std::string bundle;
+    std::string folder;
+    SignerArguments signer;
+  };
+  auto arguments = std::make_shared<Arguments>();
+  CLI::App* command = app.add_subcommand("mutate", "Make a set of broken bundles from a good one, for a host's tests");
+  command->add_option("BUNDLE", arguments->bundle, "A bundle that verifies")->required();
+  command->add_option("-o,--output", arguments->folder, "Folder for the broken bundles")->required()->type_name("DIR");
+  arguments->signer.AddTo(*command, false);
+  command->footer(
+      "DIR/expected.json lists for each bundle what is wrong with it and the result codes that loading it and "
+      "verifying "
+      "it with the signer's certificate must give. With --key and --cert there are more of them: those whose broken "
+      "manifest is properly signed.");
+  command->callback([arguments] {
+    std::optional<Signer> signer;
+    if (!arguments->signer.key.empty()) signer = arguments->signer.Load();
+    size_t count = Mutate(arguments->bundle, arguments->folder, signer ? &*signer : nullptr).size();
+    Say("Wrote {} bundles and expected.json into {}\n", count, arguments->folder);
   });
 }
 
@@ -113,6 +139,7 @@ void AddMakingCommands(CLI::App& app) {
   AddPack(app);
   AddDigest(app);
   AddAttach(app);
+  AddMutate(app);
 }
 
 void SignerArguments::AddTo(CLI::App& command, bool required) {

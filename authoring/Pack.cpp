@@ -9,6 +9,7 @@
 #include "authoring/BomWriter.h"
 #include "authoring/Failure.h"
 #include "authoring/Files.h"
+#include "authoring/LoadedBundle.h"
 #include "authoring/Manifest.h"
 #include "authoring/ZipWriter.h"
 
@@ -51,6 +52,22 @@ class Draft {
   std::string m_path;
 };
 
+void RequireVerified(const std::string& bundle, const Certificate& certificate) {
+  LoadedBundle loaded(bundle);
+  if (loaded.result() != insSuccess) {
+    throw Failure(ExitStatus::kFindings,
+                  fmt::format("The bundle does not load: {} ({}); \"quarvel-bundle lint\" on the "
+                              "folder names the cause.",
+                              TextOf(loaded.result()).meaning, loaded.result()));
+  }
+  for (const FileCheck& check : CheckFiles(loaded, {&certificate, 1})) {
+    if (check.result == insSuccess) continue;
+    throw Failure(ExitStatus::kFindings, fmt::format("The bundle does not verify, at {}: {} ({}); \"quarvel-bundle "
+                                                     "lint\" on the folder names the cause.",
+                                                     check.file, TextOf(check.result).meaning, check.result));
+  }
+}
+
 }  // namespace
 
 std::vector<SignedFile> FilesToSign(const std::string& folder) {
@@ -83,6 +100,7 @@ void PackWith(const std::string& folder, const Certificate& certificate, const s
   zip.AddBytes(kSignatureManifestName, WriteBom(entries));
   for (const SignedFile& file : files) zip.AddFile(file.member, file.source);
   zip.Close();
+  RequireVerified(draft.path(), certificate);
   draft.Keep();
 }
 

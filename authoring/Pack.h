@@ -1,5 +1,5 @@
-// Making a bundle: signs what the manifest lists, writes the signature manifest, zips. The same folder, key and
-// certificate give the same bytes. (RSA signatures with SHA-1 have no random part.)
+// Making a bundle: signs what the manifest lists, writes the signature manifest, zips, and has the library check the
+// result. The same folder, key and certificate give the same bytes. (RSA signatures with SHA-1 have no random part.)
 #ifndef QUARVEL_AUTHORING_PACK_H
 #define QUARVEL_AUTHORING_PACK_H
 
@@ -26,7 +26,8 @@ std::vector<SignedFile> FilesToSign(const std::string& folder);
 // Gives the signature of a file, base64 on one line.
 using SignatureSource = std::function<std::string(const SignedFile& file)>;
 
-// Writes the bundle of `folder` to `output`, replacing what is there. Throws Failure; `output` is then as it was.
+// Writes the bundle of `folder` to `output`, replacing what is there, once the library has verified it with the
+// certificate. Throws Failure; `output` is then as it was.
 void PackWith(const std::string& folder, const Certificate& certificate, const std::string& output,
               const SignatureSource& sign);
 void Pack(const std::string& folder, const Signer& signer, const std::string& output);

@@ -22,6 +22,9 @@ constexpr uLong kMadeByUnix = (3u << 8) | 20u;
 // deflate makes larger.
 constexpr uint64_t kLargeMember = 0xF0000000;
 
+// The largest size that needs no 64-bit form.
+constexpr uint64_t kLargestSmallSize = 0xFFFFFFFE;
+
 constexpr size_t kLargestBlock = 1u << 30;
 
 }  // namespace
@@ -57,7 +60,7 @@ void ZipWriter::AddFolder(const std::string& member) {
 }
 
 void ZipWriter::AddClaiming(const std::string& member, std::string_view packed, uint64_t claimedSize) {
-  Begin(member, kFileAttributes, true, Packing::kAsGiven);
+  Begin(member, kFileAttributes, claimedSize > kLargestSmallSize, Packing::kAsGiven);
   Write(packed);
   Check(zipCloseFileInZipRaw64(m_zip, claimedSize, 0));
 }

@@ -145,3 +145,18 @@ TEST_F(PackTest, AttachAsksForWhatIsMissingOrChanged) {
   EXPECT_EQ(changed.status, 3);
   EXPECT_NE(changed.err.find("is not what was digested"), std::string::npos) << changed.err;
 }
+
+TEST_F(PackTest, KeepsNoBundleThatTheLibraryDoesNotAccept) {
+  m_folder.Write("attached.zip", "an earlier one");
+  ASSERT_EQ(RunDigest().status, 0);
+  for (const char* signature : {"0001.sig", "0002.sig", "0003.sig"}) {
+    m_folder.Write(std::string("digests/") + signature, std::string(256, 's'));
+  }
+  ProgramResult attached = RunAttach();
+  EXPECT_EQ(attached.status, 1);
+  EXPECT_NE(attached.err.find("does not verify, at update.xml: a file of the bundle has an invalid signature (-304)"),
+            std::string::npos)
+      << attached.err;
+  EXPECT_EQ(ReadWholeFile(m_folder / "attached.zip"), "an earlier one");
+  EXPECT_EQ(std::distance(fs::directory_iterator(m_folder.path()), {}), 5) << "a draft is left";
+}
