@@ -17,6 +17,16 @@ class CWorkers {
   // pieces, and at least one.
   static unsigned CountFor(size_t pieces);
 
+  // Calls work(0) to work(pieces - 1), each once, on that many threads, and returns when all have returned. After an
+  // exception, which is thrown on to the caller at the end, some pieces may be left undone.
+  template <class Work>
+  static void Share(size_t pieces, const Work& work) {
+    std::atomic<size_t> next = 0;
+    Run(CountFor(pieces), [&](unsigned) {
+      for (size_t piece; (piece = next++) < pieces;) work(piece);
+    });
+  }
+
   // Calls body(0) to body(count - 1), the first on the calling thread and each other on a thread of its own, and
   // returns when all have returned. A thread that the system refuses is done without. The threads take no signals of
   // the host. An exception of a body is thrown on to the caller, at the end.

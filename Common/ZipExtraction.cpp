@@ -162,12 +162,8 @@ void CZipExtraction::FindChanges() {
   if (m_skipUnchanged && !m_isFresh) {
     constexpr size_t kShare = 512;
     const size_t shares = (m_members.size() + kShare - 1) / kShare;
-    std::atomic<size_t> next = 0;
-    CWorkers::Run(CWorkers::CountFor(shares), [&](unsigned) {
-      for (size_t share; (share = next++) < shares;) {
-        LookAt(share * kShare, std::min(m_members.size(), (share + 1) * kShare));
-      }
-    });
+    CWorkers::Share(shares,
+                    [&](size_t share) { LookAt(share * kShare, std::min(m_members.size(), (share + 1) * kShare)); });
   }
   for (size_t i = 0; i < m_members.size(); ++i) {
     if (m_mustWrite[i] && !m_members[i].isFolder) m_writes.push_back(i);

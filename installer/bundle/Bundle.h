@@ -21,7 +21,8 @@ class XMLElement;
 struct BundleFileDRMInfo {
   std::string signature;    // base64
   std::string subjectText;  // the signer as written
-  CertSubject subject{};    // the signer as compared
+  std::shared_ptr<const CertSubject>
+      subject;  // the signer as compared, shared with other files' records; null when none is named
 };
 
 class CBundle {
@@ -65,6 +66,7 @@ class CBundle {
   InsResCode ParseGroup(const XMLElement* element, BundleGroup& group);
   InsResCode ParsePackage(const XMLElement* element, const std::string& folder, BundlePackage& package);
   InsResCode LoadDRM();
+  void MeasureFiles();
 
   // The check of one file of the bundle at `path` with some of the verifiers; what must exist is `mustExist`.
   using Verifiers = std::span<CVerifier* const>;

@@ -32,10 +32,11 @@ std::vector<CVerifier*> CBundle::VerifierPointers() const {
 }
 
 CVerifier* CBundle::FindVerifier(const BundleFileDRMInfo* info, Verifiers verifiers) {
+  static constexpr CertSubject kNobody{};
   if (!info) return nullptr;
-  const auto found = std::find_if(verifiers.begin(), verifiers.end(), [info](const CVerifier* verifier) {
-    return verifier->CompareSubject(info->subject);
-  });
+  const CertSubject& subject = info->subject ? *info->subject : kNobody;
+  const auto found = std::find_if(verifiers.begin(), verifiers.end(),
+                                  [&subject](const CVerifier* verifier) { return verifier->CompareSubject(subject); });
   return found == verifiers.end() ? nullptr : *found;
 }
 

@@ -3,9 +3,11 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <optional>
 
 #include "Common/Logger_mac.h"
 #include "Common/StringUtil.h"
+#include "Common/Workers.h"
 #include "Common/Xml.h"
 #include "installer/bundle/Bundle.h"
 
@@ -56,9 +58,15 @@ int32_t SizeOf(const std::string& path) {
 }  // namespace
 
 InsResCode CBundle::ParseBundle() {
-  if (const InsResCode result = LoadDRM()) return result;
-  XML document((m_extractFolder + "/update.xml").c_str(), 0);
-  const XMLElement* root = document.HasDefaultRoot() ? nullptr : document.GetRootElement();
+  // Both manifests are read at once; what this one says counts only when the other is good.
+  InsResCode signatures = insSuccess;
+  std::optional<XML> document;
+  CWorkers::Share(2, [&](size_t manifest) {
+    if (manifest == 0) signatures = LoadDRM();
+    if (manifest == 1) document.emplace((m_extractFolder + "/update.xml").c_str(), 0);
+  });
+  if (signatures != insSuccess) return signatures;
+  const XMLElement* root = document->HasDefaultRoot() ? nullptr : document->GetRootElement();
   if (!root) {
     g_Logger.LogEvent("ParseBundle", "Not found UPDATE root element");
     return insBadManifest;
@@ -74,7 +82,20 @@ InsResCode CBundle::ParseBundle() {
   m_groups.resize(list->GetChildrenNum());
   // A group that cannot be read to its end stays with what was read.
   for (unsigned i = 0; i < list->GetChildrenNum(); ++i) ParseGroup(list->GetChildren()[i], m_groups[i]);
+  MeasureFiles();
   return insSuccess;
+}
+
+void CBundle::MeasureFiles() {
+  std::vector<BundlePackage*> packages;
+  for (BundleGroup& group : m_groups) {
+    for (BundlePackage& package : group.packages) packages.push_back(&package);
+  }
+  constexpr size_t kShare = 256;
+  CWorkers::Share((packages.size() + kShare - 1) / kShare, [&](size_t share) {
+    const size_t end = std::min(packages.size(), (share + 1) * kShare);
+    for (size_t i = share * kShare; i < end; ++i) packages[i]->fileSize = SizeOf(packages[i]->localPath);
+  });
 }
 
 InsResCode CBundle::ParseGroup(const XMLElement* element, BundleGroup& group) {
@@ -114,7 +135,10 @@ InsResCode CBundle::ParseGroup(const XMLElement* element, BundleGroup& group) {
     const InsResCode result = ParsePackage(files->GetChildren()[i], group.folder, group.packages[i]);
     if (result != insSuccess) return result;
   }
-  std::stable_sort(group.packages.begin(), group.packages.end(), CompareBndPak);
+  // Mostly they stand in their order already.
+  if (!std::is_sorted(group.packages.begin(), group.packages.end(), CompareBndPak)) {
+    std::stable_sort(group.packages.begin(), group.packages.end(), CompareBndPak);
+  }
   return insSuccess;
 }
 
@@ -138,7 +162,6 @@ InsResCode CBundle::ParsePackage(const XMLElement* element, const std::string& f
   package.transferOrder = element->GetChildContentInt("TransferOrder", 0);
   package.buildNumber = element->GetChildContentInt("BuildNumber", 0);
   if (const XMLElement* properties = element->GetChild("Properties")) ReadProperties(properties, package.properties);
-  package.fileSize = SizeOf(package.localPath);
 
   ClearAttributes(package);
   AddAttributeIfSet(package, kAttribPackageName, package.name);

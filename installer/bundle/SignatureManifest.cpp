@@ -17,6 +17,13 @@ std::string KeyOf(const std::string& folder, const std::string& name) {
   return key;
 }
 
+// Null when the text cannot be read.
+std::shared_ptr<const CertSubject> SubjectOf(const std::string& text) {
+  auto subject = std::make_shared<CertSubject>();
+  if (!CVerifier::LoadSubject(*subject, text.c_str())) return nullptr;
+  return subject;
+}
+
 }  // namespace
 
 InsResCode CBundle::LoadDRM() {
@@ -38,8 +45,8 @@ InsResCode CBundle::LoadDRM() {
     if (entries[i]->GetVariable("subject", info.subjectText)) {
       // Mostly one signer signs it all.
       const bool isSame = latest && latest->subjectText == info.subjectText;
-      if (isSame) info.subject = latest->subject;
-      if (!isSame && !CVerifier::LoadSubject(info.subject, info.subjectText.c_str())) {
+      info.subject = isSame ? latest->subject : SubjectOf(info.subjectText);
+      if (!info.subject) {
         g_Logger.LogEvent("LoadDRM", "Unable to load signature of file %s", name.c_str());
         return insBadSubject;
       }
