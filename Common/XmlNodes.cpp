@@ -1,5 +1,7 @@
 #include "Common/XmlNodes.h"
 
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -18,13 +20,23 @@ void XmlText::Set(std::string_view text) {
   m_owned = true;
 }
 
+void PreferLargePages(const void* data, size_t size) {
+  constexpr uintptr_t kPage = 4096;
+  constexpr size_t kWorthwhile = 4 * 1024 * 1024;
+  if (size < kWorthwhile) return;
+  const uintptr_t begin = reinterpret_cast<uintptr_t>(data) & ~(kPage - 1);
+  const uintptr_t end = (reinterpret_cast<uintptr_t>(data) + size) & ~(kPage - 1);
+  madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+}
+
 void* XmlArena::TakeBlock(size_t size) {
   // What is larger than a quarter of a block gets one of its own, so that the rest of the current one is not lost.
-  const bool isLarge = size > kBlock / 4;
-  const size_t blockSize = isLarge ? size : kBlock;
+  const bool isLarge = size > m_blockSize / 4;
+  const size_t blockSize = isLarge ? size : m_blockSize;
   m_blocks.emplace_back(new char[blockSize]);
   m_bytes += blockSize;
   char* block = m_blocks.back().get();
+  PreferLargePages(block, blockSize);
   if (isLarge) return block;
   m_next = block + size;
   m_end = block + blockSize;

@@ -32,15 +32,19 @@ class OnePassParser {
   // an end if there is one.
   bool Parse(const char* at, const char** stopped) {
     while (true) {
-      const char* tag = xmltags::Find(at, m_end, '<');
+      at = xmltags::SkipBlanks(at);
+      const char* tag = *at == '<' ? at : xmltags::Find(at, m_end, '<');
       if (!tag) break;
-      m_builder.AddRun(at, tag);
-      const char* close = xmltags::FindEnd(tag, m_end);
+      if (tag != at) m_builder.AddRun(at, tag);
+      const char* close = ReadBareTag(tag);
       if (!close) {
-        m_stopped = tag;
-        break;
+        close = xmltags::FindEnd(tag, m_end);
+        if (!close) {
+          m_stopped = tag;
+          break;
+        }
+        if (!ReadTag(tag, close)) return false;
       }
-      if (!ReadTag(tag, close)) return false;
       at = close + 1;
     }
     *stopped = m_builder.IsOpen() ? m_top : m_stopped ? m_stopped : m_end;
@@ -48,9 +52,28 @@ class OnePassParser {
   }
 
  private:
+  // Reads a start or closing tag that is a name and nothing else, as most are; returns its ">", null for any other tag.
+  const char* ReadBareTag(const char* tag) {
+    const bool closes = tag[1] == '/';
+    const char* name = tag + (closes ? 2 : 1);
+    const char* close = xmltags::SkipPlainName(name);
+    if (*close != '>' || *name == '!' || *name == '?') return nullptr;
+    if (closes) {
+      CloseElement();
+    } else {
+      if (!m_builder.IsOpen()) m_top = tag;
+      m_builder.OpenBare(Between(name, close));
+    }
+    return close;
+  }
+
+  void CloseElement() {
+    if (m_builder.IsOpen()) m_builder.Close();
+  }
+
   bool ReadTag(const char* tag, const char* close) {
     if (tag[1] == '/') {
-      if (m_builder.IsOpen()) m_builder.Close();
+      CloseElement();
       return true;
     }
     if (AddIfText(m_builder, tag, close)) return true;

@@ -3,6 +3,7 @@
 #ifndef QUARVEL_COMMON_XMLSTORE_H
 #define QUARVEL_COMMON_XMLSTORE_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -12,12 +13,17 @@
 #include <utility>
 #include <vector>
 
+// Asks for large pages below memory that is about to be written: without them the first touch of every small page costs
+// more than parsing what comes to lie there. Only a wish.
+void PreferLargePages(const void* data, size_t size);
+
 // An owned, zero-filled array.
 template <class T>
 class Z {
  public:
   explicit Z(size_t count) : m_items(static_cast<T*>(std::calloc(count ? count : 1, sizeof(T)))), m_count(count) {
     if (!m_items) throw std::bad_alloc();
+    PreferLargePages(m_items, count * sizeof(T));
   }
   Z(Z&& other) noexcept : m_items(std::exchange(other.m_items, nullptr)), m_count(std::exchange(other.m_count, 0)) {}
   Z& operator=(Z&& other) noexcept {
@@ -135,7 +141,8 @@ class XmlList {
 // lies in it are not run.
 class XmlArena {
  public:
-  explicit XmlArena(Z<char> text) : m_text(std::move(text)) {}
+  explicit XmlArena(Z<char> text)
+      : m_text(std::move(text)), m_blockSize(std::clamp(m_text.size() * kNodesPerText, kSmallest, kLargest)) {}
 
   char* text() const { return m_text; }
 
@@ -153,11 +160,15 @@ class XmlArena {
 
  private:
   static constexpr size_t kAlign = alignof(void*);
-  static constexpr size_t kBlock = 64 * 1024;
+  // Nodes take about four times the memory of the text, so most documents need one block.
+  static constexpr size_t kNodesPerText = 4;
+  static constexpr size_t kSmallest = 4 * 1024;
+  static constexpr size_t kLargest = 32 * 1024 * 1024;
 
   void* TakeBlock(size_t size);
 
   Z<char> m_text;
+  size_t m_blockSize;
   std::vector<std::unique_ptr<char[]>> m_blocks;
   char* m_next = nullptr;
   char* m_end = nullptr;

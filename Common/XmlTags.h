@@ -2,6 +2,7 @@
 #ifndef QUARVEL_COMMON_XMLTAGS_H
 #define QUARVEL_COMMON_XMLTAGS_H
 
+#include <array>
 #include <cstdint>
 #include <cstring>
 #include <string_view>
@@ -24,6 +25,23 @@ inline bool IsComment(const char* tag, const char* end) {
 }
 inline bool IsBlank(char c) {
   return c == ' ' || c == '\n' || c == '\t' || c == '\r';
+}
+
+// The first character that is no blank. The text is followed by a byte of zero.
+inline const char* SkipBlanks(const char* text) {
+  while (IsBlank(*text)) ++text;
+  return text;
+}
+
+// Behind the characters of a name that is stored as it stands. The text is followed by a byte of zero.
+inline const char* SkipPlainName(const char* name) {
+  static constexpr auto kEnds = [] {
+    std::array<bool, 256> ends{};
+    for (const char c : {'\0', ' ', '/', '\t', '>', '"', '<', '&', '\''}) ends[static_cast<unsigned char>(c)] = true;
+    return ends;
+  }();
+  while (!kEnds[static_cast<unsigned char>(*name)]) ++name;
+  return name;
 }
 
 // The ">" that ends the tag, or null.

@@ -91,7 +91,7 @@ template <class List, class Node>
 void XmlTreeBuilder::MoveTo(List& list, std::vector<Node*>& stack, uint32_t first) {
   const uint32_t count = Count(stack) - first;
   auto** items = static_cast<Node**>(m_arena.Take(count * sizeof(Node*)));
-  std::copy(stack.begin() + first, stack.end(), items);
+  for (uint32_t i = 0; i < count; ++i) items[i] = stack[first + i];
   stack.resize(first);
   list.Borrow(items, count);
 }

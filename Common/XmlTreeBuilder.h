@@ -17,9 +17,12 @@ class XmlTreeBuilder {
   void Restart();
 
   // A start tag's text without "<" and ">". What follows goes into the element until it is closed.
-  void Open(std::string_view tag) {
-    XMLElement* element = MakeElement(tag);
-    m_levels.push_back({element, Count(m_children), Count(m_contents), Count(m_comments), Count(m_cdatas)});
+  void Open(std::string_view tag) { Enter(MakeElement(tag)); }
+  // The same for a tag that is a name to be stored as it stands.
+  void OpenBare(std::string_view name) {
+    auto* element = New<XMLElement>(XMLElement::InArena(), m_levels.back().element);
+    element->m_name.Borrow(name);
+    Enter(element);
   }
   void Close();
   void AddEmpty(std::string_view tag);
@@ -59,6 +62,9 @@ class XmlTreeBuilder {
     return new (m_arena.Take(sizeof(T))) T(std::forward<Arguments>(arguments)...);
   }
   XMLElement* MakeElement(std::string_view tag);
+  void Enter(XMLElement* element) {
+    m_levels.push_back({element, Count(m_children), Count(m_contents), Count(m_comments), Count(m_cdatas)});
+  }
   void Add(XMLElement* element, bool empty);
   void ReadVariables(XMLElement& element, std::string_view tag);
   XMLElement::Rare& RareOf(XMLElement& element);
