@@ -25,8 +25,9 @@ InsResCode ReportMissingConfig(const char* tag) {
 // Bundles that the host did not release stay: at the end of the process what they hold (libcrypto's objects first of
 // all) may be gone already.
 CQuarveler::~CQuarveler() {
+  if (m_mBundles.empty()) return;
   static auto* const kept = new std::vector<BundleTable>;
-  if (!m_mBundles.empty()) kept->push_back(std::move(m_mBundles));
+  kept->push_back(std::move(m_mBundles));
 }
 
 InsResCode CQuarveler::LoadBundle(const char* bundleFile, int* bundleHandle) {
@@ -56,6 +57,7 @@ InsResCode CQuarveler::VerifyBundle(int bundleHandle, const PenUpdateCfg* cfg) {
   if (!cfg) return ReportMissingConfig("VerifyBundle");
   const std::shared_ptr<CBundle> bundle = GetBundle(bundleHandle);
   if (!bundle) return insNoBundle;
+  const std::lock_guard lock(bundle->verifyingLock());
   const InsResCode certified = bundle->LoadVerifyingInfos(cfg->certificates, cfg->certificateCount);
   return certified == insSuccess ? bundle->Verify() : certified;
 }

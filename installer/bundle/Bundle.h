@@ -1,6 +1,6 @@
 // One loaded bundle: the archive unpacked into a folder of its own, its manifest as groups and packages, its signature
-// records and the certificates to check them with. It has no lock: once loaded, the selections may run side by side,
-// but no two verifications of one bundle, and nothing beside loading or destruction.
+// records and the certificates to check them with. Once loaded, any thread may select and verify; verifications of one
+// bundle wait for each other. Nothing runs beside loading or destruction.
 #ifndef QUARVEL_INSTALLER_BUNDLE_BUNDLE_H
 #define QUARVEL_INSTALLER_BUNDLE_BUNDLE_H
 
@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "Common/Locker.h"
 #include "installer/QuarvelPublic.h"
 #include "installer/bundle/BundleModel.h"
 #include "installer/bundle/Verifier.h"
@@ -56,6 +57,9 @@ class CBundle {
   InsResCode Verify();
   InsResCode Verify(BundlePackage& package);
 
+  // Held by a caller to whom it matters that nobody else changes the certificates before it has used them.
+  CLocker& verifyingLock() { return m_verifyingLock; }
+
   const std::string& bundleFile() const { return m_bundleFile; }
   const std::string& extractFolder() const { return m_extractFolder; }
   const std::string& description() const { return m_description; }
@@ -83,6 +87,7 @@ class CBundle {
   std::string m_description;
   std::string m_bundleFile;
   std::map<std::string, BundleFileDRMInfo> m_drmInfos;  // by lower-cased path inside the bundle
+  CLocker m_verifyingLock;                              // guards m_verifiers and what they are doing
   std::vector<std::unique_ptr<CVerifier>> m_verifiers;  // in the order supplied
 };
 

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <mutex>
 
 #include "Common/FileUtil.h"
 #include "Common/FolderTree.h"
@@ -11,6 +12,7 @@
 #include "installer/bundle/Bundle.h"
 
 InsResCode CBundle::LoadVerifyingInfos(const char* const* pemTexts, int32_t count) {
+  const std::lock_guard lock(m_verifyingLock);
   ClearVerifyingInfos();
   for (int32_t i = 0; i < count; ++i) {
     m_verifiers.push_back(std::make_unique<CVerifier>());
@@ -22,6 +24,7 @@ InsResCode CBundle::LoadVerifyingInfos(const char* const* pemTexts, int32_t coun
 }
 
 void CBundle::ClearVerifyingInfos() {
+  const std::lock_guard lock(m_verifyingLock);
   m_verifiers.clear();
 }
 
@@ -85,6 +88,7 @@ InsResCode CBundle::Judge(const char* tag, InsResCode result, const std::string&
 }
 
 InsResCode CBundle::VerifyUpdateXML() {
+  const std::lock_guard lock(m_verifyingLock);
   const BundleFileDRMInfo* info = GetDRMInfo("update.xml");
   // Deliberately the folder must exist, not the file: a missing manifest has an invalid signature.
   const InsResCode result = Check(m_extractFolder + "/update.xml", m_extractFolder, info, VerifierPointers());
@@ -92,11 +96,13 @@ InsResCode CBundle::VerifyUpdateXML() {
 }
 
 InsResCode CBundle::Verify(BundlePackage& package) {
+  const std::lock_guard lock(m_verifyingLock);
   const InsResCode result = Check(package.localPath, package.localPath, package.drmInfo, VerifierPointers());
   return Judge("Verify", result, package.bundlePath);
 }
 
 InsResCode CBundle::Verify() {
+  const std::lock_guard lock(m_verifyingLock);
   if (const InsResCode result = VerifyUpdateXML()) return result;
   std::vector<const BundlePackage*> packages;
   for (const BundleGroup& group : m_groups) {
