@@ -12,6 +12,7 @@
 class TestLog {
  public:
   explicit TestLog(CLogger& logger = g_Logger) : m_logger(logger) {
+    m_logger.Close();  // a file that is open stays in use across Init
     m_logger.Init(0, (m_folder / "log").c_str(), nullptr, 1 << 20, 0, 3'600'000, 1024);
   }
   ~TestLog() {
