@@ -4,6 +4,7 @@
 #include <utime.h>
 
 #include <memory>
+#include <mutex>
 #include <new>
 
 #include "Common/Logger_mac.h"
@@ -89,5 +90,8 @@ time_t CZip::MakeTime(const tm_unz& date) {
   local.tm_mon = static_cast<int>(date.tm_mon);
   local.tm_year = static_cast<int>(date.tm_year > 1900 ? date.tm_year - 1900 : date.tm_year);
   local.tm_isdst = -1;
+  // Unless TZ is set, every conversion reads the time zone anew into the C library's one place for it.
+  static std::mutex zone;
+  std::lock_guard lock(zone);
   return mktime(&local);
 }
