@@ -25,6 +25,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kStateFile = "bench.state";
+constexpr const char* kLockFile = ".lock";
 
 std::mutex g_folderLock;
 std::string g_folder;
@@ -33,7 +34,7 @@ std::string g_folder;
 struct CachedPen {
   ino_t inode = 0;
   timespec changed{};
-  Pen pen{};
+  PenPointer pen{};
 };
 
 std::mutex g_cacheLock;
@@ -56,16 +57,16 @@ Json ParseJson(const fs::path& file) {
   return json;
 }
 
-Pen ReadPenFile(const fs::path& file) {
+PenPointer ReadPenFile(const fs::path& file) {
   struct stat status {};
   if (stat(file.c_str(), &status) != 0) FailFolder(file, "read");
   const std::lock_guard lock(g_cacheLock);
   CachedPen& cached = g_cache[file.string()];
-  const bool same = cached.inode == status.st_ino && cached.changed.tv_sec == status.st_mtim.tv_sec &&
+  const bool same = cached.pen && cached.inode == status.st_ino && cached.changed.tv_sec == status.st_mtim.tv_sec &&
                     cached.changed.tv_nsec == status.st_mtim.tv_nsec;
   if (same) return cached.pen;
   try {
-    cached = {status.st_ino, status.st_mtim, PenFromJson(ParseJson(file))};
+    cached = {status.st_ino, status.st_mtim, std::make_shared<const Pen>(PenFromJson(ParseJson(file)))};
   } catch (const Problem& problem) {
     throw Problem(problem.error(), fmt::format("{}: {}", file.string(), problem.what()));
   }
@@ -87,15 +88,28 @@ fs::path PenFile(const fs::path& folder, uint64_t id) {
   return folder / (IdText(id) + ".json");
 }
 
+std::vector<PenPointer> ReadPens(const fs::path& folder) {
+  std::vector<PenPointer> pens;
+  for (const fs::directory_entry& entry : fs::directory_iterator(folder)) {
+    if (entry.path().extension() == ".json") pens.push_back(ReadPenFile(entry.path()));
+  }
+  std::sort(pens.begin(), pens.end(), [](const PenPointer& a, const PenPointer& b) { return a->id < b->id; });
+  return pens;
+}
+
+// Whether something is due to happen to the pen.
+bool IsDue(const Pen& pen, int64_t now) {
+  if (pen.connected && pen.handle == 0) return true;  // a pen that was written by hand
+  return !pen.schedule.empty() && pen.schedule.front().at <= now;
+}
+
 BenchState ReadState(const fs::path& file) {
   BenchState state;
   if (!fs::exists(file)) return state;
   const Json json = ParseJson(file);
   state.nextHandle = json.value("nextHandle", 1);
   state.trace = json.value("trace", "");
-  for (const Json& fault : json.value("faults", Json::array())) {
-    state.faults.push_back({fault.value("function", ""), fault.value("call", 0), fault.value("error", 0)});
-  }
+  for (const Json& fault : json.value("faults", Json::array())) state.faults.push_back(FaultFromJson(fault));
   return state;
 }
 
@@ -126,14 +140,38 @@ BenchState PeekState() {
   return ReadState(PenFolder() / kStateFile);
 }
 
+std::vector<PenPointer> PeekPens() {
+  const fs::path folder = PenFolder();
+  const int64_t now = Now();
+  std::vector<PenPointer> pens;
+  {
+    // A folder whose files are replaced while it is read may hide one of them.
+    const FileLock lock(folder / kLockFile, FileLock::Wait::kForeverShared);
+    pens = ReadPens(folder);
+  }
+  if (std::none_of(pens.begin(), pens.end(), [now](const PenPointer& pen) { return IsDue(*pen, now); })) return pens;
+  pens.clear();
+  Bench bench;
+  for (const Pen& pen : bench.pens()) pens.push_back(std::make_shared<const Pen>(pen));
+  return pens;
+}
+
+PenPointer PeekOnBus(int32_t handle) {
+  for (PenPointer& pen : PeekPens()) {
+    if (handle != 0 && pen->connected && pen->handle == handle) return pen;
+  }
+  throw Problem(pbErrHandle);
+}
+
 FileLock::FileLock(const std::filesystem::path& file, Wait wait) {
   std::error_code ignored;
   fs::create_directories(file.parent_path(), ignored);
   m_descriptor = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
   if (m_descriptor < 0) FailFolder(file, "opened");
+  const int operation = wait == Wait::kForeverShared ? LOCK_SH : LOCK_EX | (wait == Wait::kNot ? LOCK_NB : 0);
   int result = 0;
   do {
-    result = flock(m_descriptor, LOCK_EX | (wait == Wait::kNot ? LOCK_NB : 0));
+    result = flock(m_descriptor, operation);
   } while (result != 0 && errno == EINTR);
   if (result == 0) return;
   close(m_descriptor);
@@ -151,16 +189,13 @@ FileLock& FileLock::operator=(FileLock&& other) noexcept {
   return *this;
 }
 
-Bench::Bench() : m_folder(PenFolder()), m_lock(m_folder / ".lock", FileLock::Wait::kForever) {
+Bench::Bench() : m_folder(PenFolder()), m_lock(m_folder / kLockFile, FileLock::Wait::kForever) {
   Load();
 }
 
 void Bench::Load() {
   m_state = ReadState(m_folder / kStateFile);
-  for (const fs::directory_entry& entry : fs::directory_iterator(m_folder)) {
-    if (entry.path().extension() == ".json") m_pens.push_back(ReadPenFile(entry.path()));
-  }
-  std::sort(m_pens.begin(), m_pens.end(), [](const Pen& a, const Pen& b) { return a.id < b.id; });
+  for (const PenPointer& pen : ReadPens(m_folder)) m_pens.push_back(*pen);
   const int64_t now = Now();
   for (Pen& pen : m_pens) {
     if (LetTimePass(pen, now)) Save(pen);
@@ -169,12 +204,11 @@ void Bench::Load() {
 
 // Does what was due until now; true when something was.
 bool Bench::LetTimePass(Pen& pen, int64_t now) {
-  bool changed = pen.connected && pen.handle == 0;  // a pen that was written by hand
-  if (changed) Connect(pen);
+  if (!IsDue(pen, now)) return false;
+  if (pen.connected && pen.handle == 0) Connect(pen);
   while (!pen.schedule.empty() && pen.schedule.front().at <= now) {
     const PenEvent event = pen.schedule.front();
     pen.schedule.erase(pen.schedule.begin());
-    changed = true;
     if (event.returns) {
       pen.mode = event.mode;
       if (!pen.settings.returnsAs.empty()) pen.reportedId = ParseId(pen.settings.returnsAs);
@@ -184,13 +218,19 @@ bool Bench::LetTimePass(Pen& pen, int64_t now) {
       pen.handle = 0;
     }
   }
-  return changed;
+  return true;
 }
 
 void Bench::Connect(Pen& pen) {
   pen.connected = true;
   pen.handle = m_state.nextHandle++;
   SaveState();
+}
+
+void Bench::PlugIn(Pen& pen) {
+  pen.schedule.clear();
+  pen.mode = pen.settings.startsInDownload ? "download" : "normal";
+  Connect(pen);
 }
 
 Pen& Bench::OnBus(int32_t handle) {
@@ -206,23 +246,23 @@ Pen* Bench::Find(uint64_t id) {
 }
 
 void Bench::Save(const Pen& pen) {
-  ReplaceFile(PenFile(m_folder, pen.id), PenToJson(pen).dump(2) + "\n");
+  ReplaceFile(PenFile(m_folder, pen.id), TextOf(PenToJson(pen)));
 }
 
 void Bench::SaveState() {
   Json json = {{"nextHandle", m_state.nextHandle}};
-  for (const Fault& fault : m_state.faults) {
-    json["faults"].push_back({{"function", fault.function}, {"call", fault.call}, {"error", fault.error}});
-  }
+  for (const Fault& fault : m_state.faults) json["faults"].push_back(FaultToJson(fault));
   if (!m_state.trace.empty()) json["trace"] = m_state.trace;
-  ReplaceFile(m_folder / kStateFile, json.dump(2) + "\n");
+  ReplaceFile(m_folder / kStateFile, TextOf(json));
 }
 
 void Bench::Add(const Pen& pen) {
   if (Find(pen.id)) throw Problem(pbErrPenExists, fmt::format("there is a pen {} already", IdText(pen.id)));
   m_pens.push_back(pen);
-  if (pen.connected) Connect(m_pens.back());
-  Save(m_pens.back());
+  Pen& added = m_pens.back();
+  if (added.settings.startsInDownload) added.mode = "download";
+  if (added.connected) Connect(added);
+  Save(added);
 }
 
 void Bench::Remove(uint64_t id) {

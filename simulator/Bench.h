@@ -5,19 +5,13 @@
 #define QUARVEL_SIMULATOR_BENCH_H
 
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "simulator/Pen.h"
 
 namespace sim {
-
-// A failure to be had: the `call`-th call of `function` in a process, or every call for 0.
-struct Fault {
-  std::string function;
-  int32_t call = 0;
-  int32_t error = 0;
-};
 
 // What is true of all pens of a folder.
 struct BenchState {
@@ -33,11 +27,17 @@ void SetPenFolder(const std::string& folder);
 // What is true of the folder in use, read without holding it.
 BenchState PeekState();
 
+// A look at the pens as they are now, in the order of their ids. What is looked at does not change any more.
+using PenPointer = std::shared_ptr<const Pen>;
+std::vector<PenPointer> PeekPens();
+// The pen on the bus under a handle; throws pbErrHandle.
+PenPointer PeekOnBus(int32_t handle);
+
 // A file that this process holds locked, so that other processes (and other holders in this one) know; released when
 // the object goes or the process dies.
 class FileLock {
  public:
-  enum class Wait { kForever, kNot };
+  enum class Wait { kForever, kForeverShared, kNot };
   FileLock() = default;
   // Throws pbErrFolder when the file cannot be made; with kNot, an object that is not locked tells that another holds
   // it.
@@ -66,6 +66,8 @@ class Bench {
 
   // Puts a pen on the bus under a handle that no pen had before. The caller saves it.
   void Connect(Pen& pen);
+  // The same by a person's hand: the pen starts anew, in the mode in which its settings let it start.
+  void PlugIn(Pen& pen);
 
   void Save(const Pen& pen);
   void SaveState();

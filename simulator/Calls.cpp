@@ -4,23 +4,16 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <deque>
 #include <map>
 #include <mutex>
 
+#include "simulator/Connections.h"
 #include "simulator/Problem.h"
 #include "simulator/SimClock.h"
 
 namespace sim {
 namespace {
-
-constexpr std::array kFunctions = {"pcGetPenHandles",      "pcGetPenId",       "pcGetPenType",    "pcGetPenState",
-                                   "pcGetPenInfo",         "pcGetVersionInfo", "pcEnumeratePen",  "pcRegisterVolatile",
-                                   "pcUnRegisterVolatile", "pcStartObex",      "pcStopObex",      "pcGetPenletInfo",
-                                   "pcGetPenletCount",     "pcGetPenletItem",  "pcInstallPenlet", "pcSetPenletAttrib",
-                                   "pcUninstallPenlet",    "pcDfuDetach",      "pcDfuDownload"};
 
 // Calls kept for pbCall: a host that runs for days must not grow.
 constexpr size_t kCallsKept = 10000;
@@ -29,7 +22,7 @@ std::mutex g_lock;
 pbHook g_hook = nullptr;
 void* g_hookContext = nullptr;
 int32_t g_count = 0;
-std::map<std::string, int32_t> g_counts;
+std::map<std::pair<std::string, uint64_t>, int32_t> g_counts;  // by function and pen, of all pens for 0
 std::deque<std::string> g_calls;
 
 struct Counted {
@@ -41,7 +34,7 @@ struct Counted {
 
 Counted Count(const char* function) {
   const std::lock_guard lock(g_lock);
-  return {++g_count, ++g_counts[function], g_hook, g_hookContext};
+  return {++g_count, ++g_counts[{function, 0}], g_hook, g_hookContext};
 }
 
 void Keep(const CallText& call, int32_t result) {
@@ -50,9 +43,30 @@ void Keep(const CallText& call, int32_t result) {
   if (g_calls.size() > kCallsKept) g_calls.pop_front();
 }
 
-int32_t FindFault(const BenchState& state, const char* function, int32_t ofFunction) {
-  for (const Fault& fault : state.faults) {
+int32_t CountFor(const Pen& pen, const char* function) {
+  const std::lock_guard lock(g_lock);
+  return ++g_counts[{function, pen.id}];
+}
+
+int32_t FindFault(const std::vector<Fault>& faults, const char* function, int32_t ofFunction) {
+  for (const Fault& fault : faults) {
     if (fault.function == function && (fault.call == 0 || fault.call == ofFunction)) return fault.error;
+  }
+  return 0;
+}
+
+// A call that names no pen, as pcGetPenHandles, is about every pen.
+bool IsAbout(const CallText& call, const Pen& pen) {
+  if (call.penId != 0) return call.penId == pen.id || call.penId == pen.reportedId;
+  if (call.channel != 0) return Connections::Instance().PenOfChannel(call.channel) == pen.id;
+  return call.penHandle == 0 || (pen.connected && call.penHandle == pen.handle);
+}
+
+int32_t FindPenFault(const CallText& call) {
+  for (const PenPointer& pen : PeekPens()) {
+    if (pen->faults.empty() || !IsAbout(call, *pen)) continue;
+    const int32_t error = FindFault(pen->faults, call.function, CountFor(*pen, call.function));
+    if (error != 0) return error;
   }
   return 0;
 }
@@ -63,7 +77,7 @@ void WriteTrace(const std::string& file, const CallText& call, int32_t result, i
   line["arguments"] = call.arguments ? call.arguments() : Json::object();
   line["result"] = result;
   line["took"] = Now() - began;
-  const std::string text = line.dump() + "\n";
+  const std::string text = line.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
   const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
   if (descriptor < 0) return;
   [[maybe_unused]] const ssize_t written = write(descriptor, text.data(), text.size());
@@ -76,8 +90,10 @@ int32_t Perform(const Counted& counted, const CallText& call, const BenchState& 
     const int32_t error = counted.hook(counted.hookContext, counted.number, call.function, call.penHandle);
     if (error != 0) return error;
   }
-  const int32_t fault = FindFault(state, call.function, counted.ofFunction);
-  return fault != 0 ? fault : body();
+  const int32_t fault = FindFault(state.faults, call.function, counted.ofFunction);
+  if (fault != 0) return fault;
+  const int32_t ofPen = FindPenFault(call);
+  return ofPen != 0 ? ofPen : body();
 }
 
 }  // namespace
@@ -99,10 +115,6 @@ int32_t RunCall(const CallText& call, const std::function<int32_t()>& body) {
   Keep(call, result);
   if (!trace.empty()) WriteTrace(trace, call, result, began);
   return result;
-}
-
-bool IsPenFunction(const std::string& name) {
-  return std::find(kFunctions.begin(), kFunctions.end(), name) != kFunctions.end();
 }
 
 void SetHook(pbHook hook, void* context) {

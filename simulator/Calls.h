@@ -14,14 +14,13 @@ namespace sim {
 struct CallText {
   const char* function;
   int32_t penHandle;                // 0 where the function takes none
-  std::function<Json()> arguments;  // made only when a trace is written
+  std::function<Json()> arguments;  // made only when a trace is written, after the call
+  uint64_t penId = 0;               // where the function takes an id
+  int32_t channel = 0;              // where the function takes nothing else
 };
 
 // Runs a pen function's body, which throws Problem to fail. Returns 0, what the body answers, or the error.
 int32_t RunCall(const CallText& call, const std::function<int32_t()>& body);
-
-// Whether it is one of the nineteen.
-bool IsPenFunction(const std::string& name);
 
 void SetHook(pbHook hook, void* context);
 int32_t CallCount();

@@ -57,6 +57,12 @@ void Connections::CheckChannel(int32_t channel, int32_t penHandle) {
   if (found->second.penHandle != penHandle) throw Problem(pbErrOtherChannel);
 }
 
+uint64_t Connections::PenOfChannel(int32_t channel) {
+  const std::lock_guard lock(m_lock);
+  const auto found = m_channels.find(channel);
+  return found == m_channels.end() ? 0 : found->second.penId;
+}
+
 void Connections::Mark(const std::string& name, uint64_t penId) {
   const std::lock_guard lock(m_lock);
   FileLock mark(LockFile("mark-" + name, penId), FileLock::Wait::kNot);

@@ -21,6 +21,8 @@ class Connections {
   int32_t OpenChannel(const Pen& pen);
   void CloseChannel(int32_t channel);
   void CheckChannel(int32_t channel, int32_t penHandle);
+  // The id of a channel's pen, 0 for a channel that is not open.
+  uint64_t PenOfChannel(int32_t channel);
 
   // Marks, by name and pen id.
   void Mark(const std::string& name, uint64_t penId);

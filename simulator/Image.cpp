@@ -70,7 +70,7 @@ Image ReadApp(const char* file) {
 
 Image ReadFirmware(const char* file) {
   const Head head = ReadHead(file, "TESSVIK-FIRMWARE 1", pbErrNotFirmware);
-  if (!head.contains("version")) throw Problem(pbErrNotFirmware);
+  if (!head.contains("version") || !ParseFirmware(head.at("version"))) throw Problem(pbErrNotFirmware);
   Image image;
   image.firmware = head.at("version");
   image.size = SizeOf(file);

@@ -3,7 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstdio>
+#include <array>
+#include <charconv>
 #include <cstring>
 #include <functional>
 #include <initializer_list>
@@ -13,6 +14,12 @@
 
 namespace sim {
 namespace {
+
+constexpr std::array<std::string_view, 19> kFunctions = {
+    "pcGetPenHandles",   "pcGetPenId",        "pcGetPenType",       "pcGetPenState",        "pcGetPenInfo",
+    "pcGetVersionInfo",  "pcEnumeratePen",    "pcRegisterVolatile", "pcUnRegisterVolatile", "pcStartObex",
+    "pcStopObex",        "pcGetPenletInfo",   "pcGetPenletCount",   "pcGetPenletItem",      "pcInstallPenlet",
+    "pcSetPenletAttrib", "pcUninstallPenlet", "pcDfuDetach",        "pcDfuDownload"};
 
 template <size_t kSize>
 void Copy(char (&field)[kSize], const std::string& text) {
@@ -82,7 +89,7 @@ Json PenletToJson(const Penlet& penlet) {
 Pen ReadPen(const Json& json) {
   CheckMembers(json, "pen",
                {"id", "reportedId", "name", "type", "firmware", "connected", "mode", "handle", "schedule", "penlets",
-                "settings"});
+                "settings", "faults"});
   Pen pen;
   pen.id = ParseId(json.at("id").get<std::string>());
   pen.reportedId = json.contains("reportedId") ? ParseId(json["reportedId"].get<std::string>()) : pen.id;
@@ -96,6 +103,8 @@ Pen ReadPen(const Json& json) {
   for (const Json& event : json.value("schedule", Json::array())) pen.schedule.push_back(EventFromJson(event));
   for (const Json& penlet : json.value("penlets", Json::array())) pen.penlets.push_back(PenletFromJson(penlet));
   pen.settings = SettingsFromJson(json.value("settings", Json::object()));
+  for (const Json& fault : json.value("faults", Json::array())) pen.faults.push_back(FaultFromJson(fault));
+  if (pen.type < 0 || pen.type > 0xffff) throw Problem(pbErrPenFile, "a pen's type is from 0 to 65535");
   return pen;
 }
 
@@ -172,7 +181,35 @@ Json PenToJson(const Pen& pen) {
   json["penlets"] = Json::array();
   for (const Penlet& penlet : pen.penlets) json["penlets"].push_back(PenletToJson(penlet));
   json["settings"] = SettingsToJson(pen.settings);
+  for (const Fault& fault : pen.faults) json["faults"].push_back(FaultToJson(fault));
   return json;
+}
+
+Json FaultToJson(const Fault& fault) {
+  return {{"function", fault.function}, {"call", fault.call}, {"error", fault.error}};
+}
+
+Fault FaultFromJson(const Json& json) {
+  CheckMembers(json, "fault", {"function", "call", "error"});
+  const Fault fault{json.at("function").get<std::string>(), json.value("call", 0), json.at("error").get<int32_t>()};
+  CheckFault(fault);
+  return fault;
+}
+
+void CheckFault(const Fault& fault) {
+  if (!IsPenFunction(fault.function)) {
+    throw Problem(pbErrFunction, fmt::format("there is no pen function \"{}\"", fault.function));
+  }
+  if (fault.call >= 0 && fault.error != 0) return;
+  throw Problem(pbErrArgument, "a fault names a call from 1, or 0 for all, and an error that is not 0");
+}
+
+bool IsPenFunction(std::string_view name) {
+  return std::find(kFunctions.begin(), kFunctions.end(), name) != kFunctions.end();
+}
+
+std::string TextOf(const Json& json) {
+  return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
 std::string IdText(uint64_t id) {
@@ -212,14 +249,26 @@ PenletInfo ToInfo(const Penlet& penlet, const Settings& settings) {
   return info;
 }
 
+std::optional<Firmware> ParseFirmware(std::string_view text) {
+  Firmware firmware{};
+  for (int& number : firmware.numbers) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    const auto digits = static_cast<size_t>(end - text.data());
+    if (error != std::errc() || number < 0 || number > 99 || !text.substr(digits).starts_with('.')) return std::nullopt;
+    text.remove_prefix(digits + 1);
+  }
+  if (text.empty() || text.size() >= sizeof PenVersionInfo::versionSuffix) return std::nullopt;
+  firmware.suffix = text;
+  return firmware;
+}
+
 // "8.9.15.b2" is told as "12-34-080915" and "b2"; a version of any other form is told as it stands.
 PenVersionInfo ToVersionInfo(const Pen& pen) {
   PenVersionInfo info{};
-  int numbers[3] = {};
-  char suffix[64] = {};
-  if (std::sscanf(pen.firmware.c_str(), "%2d.%2d.%2d.%63s", &numbers[0], &numbers[1], &numbers[2], suffix) >= 3) {
+  if (const auto firmware = ParseFirmware(pen.firmware)) {
+    const auto& numbers = firmware->numbers;
     Copy(info.firmwareVersion, fmt::format("12-34-{:02}{:02}{:02}", numbers[0], numbers[1], numbers[2]));
-    Copy(info.versionSuffix, suffix);
+    Copy(info.versionSuffix, firmware->suffix);
   } else {
     Copy(info.firmwareVersion, pen.firmware);
   }

@@ -4,7 +4,9 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/Tessvik.h"
@@ -34,6 +36,13 @@ struct PenEvent {
   std::string mode = "normal";
 };
 
+// A failure to be had: the `call`-th call of a function in a process, or every call for 0.
+struct Fault {
+  std::string function;
+  int32_t call = 0;
+  int32_t error = 0;
+};
+
 struct Pen {
   uint64_t id = 0;
   uint64_t reportedId = 0;  // what it tells; differs from `id` after returns-as
@@ -46,6 +55,7 @@ struct Pen {
   std::vector<PenEvent> schedule{};
   std::vector<Penlet> penlets{};
   Settings settings{};
+  std::vector<Fault> faults{};  // of calls for this pen
 
   bool InDownloadMode() const { return mode == "download"; }
   // In download mode a pen of type 1 cannot tell its id.
@@ -61,9 +71,25 @@ Json PenToJson(const Pen& pen);
 Penlet PenletFromJson(const Json& json);
 void CheckPenlet(const Penlet& penlet);
 
+// A fault's function is one of the nineteen and its error a number that is not 0; both throw Problem.
+Json FaultToJson(const Fault& fault);
+Fault FaultFromJson(const Json& json);
+void CheckFault(const Fault& fault);
+bool IsPenFunction(std::string_view name);
+
+// A file's text. Bytes that are no UTF-8, which applications may bring, become replacement characters.
+std::string TextOf(const Json& json);
+
 // "0x2a"; the other way takes decimal numbers too and throws pbErrArgument.
 std::string IdText(uint64_t id);
 uint64_t ParseId(const std::string& text);
+
+// A firmware version as images have it, "8.9.15.b2": three numbers below 100 and a suffix.
+struct Firmware {
+  int numbers[3];
+  std::string suffix;
+};
+std::optional<Firmware> ParseFirmware(std::string_view text);
 
 // What the pen library reports.
 PenletInfo ToInfo(const Penlet& penlet, const Settings& settings);

@@ -11,6 +11,7 @@
 #include "simulator/Connections.h"
 #include "simulator/Problem.h"
 #include "simulator/SimClock.h"
+#include "simulator/Transfer.h"
 
 namespace {
 
@@ -146,10 +147,7 @@ int32_t pbListPens(char* out, int32_t size) {
 }
 
 int32_t pbPlug(uint64_t penId) {
-  return ChangePen(penId, [](Bench& bench, Pen& pen) {
-    pen.schedule.clear();
-    bench.Connect(pen);
-  });
+  return ChangePen(penId, [](Bench& bench, Pen& pen) { bench.PlugIn(pen); });
 }
 
 int32_t pbUnplug(uint64_t penId) {
@@ -173,12 +171,10 @@ int32_t pbSettings(char* out, int32_t size) {
 
 int32_t pbFault(const char* function, int32_t call, int32_t error) {
   return Control([=] {
-    if (!function || !IsPenFunction(function)) {
-      throw Problem(pbErrFunction, fmt::format("there is no pen function \"{}\"", function ? function : ""));
-    }
-    if (call < 0 || error == 0) throw Problem(pbErrArgument, "a fault names a call from 1, or 0 for all, and an error");
+    const Fault fault{function ? function : "", call, error};
+    CheckFault(fault);
     Bench bench;
-    bench.state().faults.push_back({function, call, error});
+    bench.state().faults.push_back(fault);
     bench.SaveState();
   });
 }
@@ -194,11 +190,21 @@ int32_t pbClearFaults(void) {
 int32_t pbListFaults(char* out, int32_t size) {
   return GiveFrom(out, size, [] {
     Json all = Json::array();
-    for (const Fault& fault : PeekState().faults) {
-      all.push_back({{"function", fault.function}, {"call", fault.call}, {"error", fault.error}});
-    }
+    for (const Fault& fault : PeekState().faults) all.push_back(FaultToJson(fault));
     return all.dump(2);
   });
+}
+
+int32_t pbPenFault(uint64_t penId, const char* function, int32_t call, int32_t error) {
+  return ChangePen(penId, [=](Bench&, Pen& pen) {
+    const Fault fault{function ? function : "", call, error};
+    CheckFault(fault);
+    pen.faults.push_back(fault);
+  });
+}
+
+int32_t pbClearPenFaults(uint64_t penId) {
+  return ChangePen(penId, [](Bench&, Pen& pen) { pen.faults.clear(); });
 }
 
 int32_t pbTrace(const char* file) {
@@ -223,6 +229,10 @@ int32_t pbCall(int32_t number, char* out, int32_t size) {
 
 int32_t pbOpenChannels(void) {
   return Connections::Instance().channels();
+}
+
+int32_t pbThreads(void) {
+  return TransferThreads();
 }
 
 int32_t pbMarks(void) {

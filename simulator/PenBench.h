@@ -72,7 +72,8 @@ int32_t pbAddPen(const char* json);
 int32_t pbRemovePen(uint64_t penId);
 int32_t pbShowPen(uint64_t penId, char* out, int32_t size); /* the file's JSON; "" without such a pen */
 int32_t pbListPens(char* out, int32_t size);                /* a JSON array of all of them, by id */
-int32_t pbPlug(uint64_t penId);                             /* comes on the bus under a new handle */
+/* The pen comes on the bus under a new handle and starts anew: in normal mode, unless it starts in download mode. */
+int32_t pbPlug(uint64_t penId);
 int32_t pbUnplug(uint64_t penId);
 int32_t pbSet(uint64_t penId, const char* setting, const char* value);
 int32_t pbSettings(char* out, int32_t size); /* a JSON array: name, default, meaning of every setting */
@@ -82,6 +83,9 @@ int32_t pbSettings(char* out, int32_t size); /* a JSON array: name, default, mea
 int32_t pbFault(const char* function, int32_t call, int32_t error);
 int32_t pbClearFaults(void);
 int32_t pbListFaults(char* out, int32_t size); /* a JSON array */
+/* The same for calls that are about one pen, counted apart and kept in the pen's file. */
+int32_t pbPenFault(uint64_t penId, const char* function, int32_t call, int32_t error);
+int32_t pbClearPenFaults(uint64_t penId);
 
 /* Traces. Every call of every process on the folder becomes one JSON line in `file`; null ends it. */
 int32_t pbTrace(const char* file);
@@ -95,6 +99,7 @@ int32_t pbCallCount(void);
 int32_t pbCall(int32_t number, char* out, int32_t size); /* "pcGetPenState(3)=0" */
 int32_t pbOpenChannels(void);
 int32_t pbMarks(void);
+int32_t pbThreads(void); /* that the library made and that still run */
 
 #ifdef __cplusplus
 } /* extern "C" */

@@ -30,6 +30,8 @@ struct Settings {
   bool unterminated = false;
   bool refusesAttributes = false;
   int64_t unplugAt = -1;
+  bool leavesHalf = false;
+  bool startsInDownload = false;
   bool strayProgress = false;
 };
 

@@ -38,6 +38,14 @@ Pen& OverChannel(Bench& bench, int32_t penHandle, int32_t channel) {
   return pen;
 }
 
+// The same for a look.
+PenPointer PeekOverChannel(int32_t penHandle, int32_t channel) {
+  PenPointer pen = PeekOnBus(penHandle);
+  if (pen->InDownloadMode()) throw Problem(pbErrDownloadMode);
+  Held().CheckChannel(channel, penHandle);
+  return pen;
+}
+
 int64_t UsedBy(const Pen& pen, const std::string& guid) {
   const auto found =
       std::find_if(pen.penlets.begin(), pen.penlets.end(), [&](const Penlet& penlet) { return penlet.guid == guid; });
@@ -70,11 +78,10 @@ void WriteAttribute(Penlet& penlet, const PenletAttribute& attribute) {
 }
 
 int32_t CountHandles(int32_t* handles, int32_t capacity) {
-  Bench bench;
   int32_t count = 0;
   std::vector<int32_t> found;
-  for (const Pen& pen : bench.pens()) {
-    if (pen.connected) found.push_back(pen.handle);
+  for (const PenPointer& pen : PeekPens()) {
+    if (pen->connected) found.push_back(pen->handle);
   }
   std::sort(found.begin(), found.end());
   for (const int32_t handle : found) {
@@ -85,27 +92,35 @@ int32_t CountHandles(int32_t* handles, int32_t capacity) {
 }
 
 void TellId(int32_t penHandle, uint64_t* penId, const int32_t* channel, char* name, int32_t nameSize) {
-  Bench bench;
-  const Pen& pen = bench.OnBus(penHandle);
+  const PenPointer pen = PeekOnBus(penHandle);
   if (channel) Held().CheckChannel(*channel, penHandle);
-  if (pen.IsAnonymous()) throw Problem(pbErrNoId);
-  *Needed(penId) = pen.reportedId;
+  if (pen->IsAnonymous()) throw Problem(pbErrNoId);
+  *Needed(penId) = pen->reportedId;
   if (!name || nameSize <= 0) return;
-  const size_t length = std::min(pen.name.size(), static_cast<size_t>(nameSize) - 1);
-  std::memcpy(name, pen.name.data(), length);
+  const size_t length = std::min(pen->name.size(), static_cast<size_t>(nameSize) - 1);
+  std::memcpy(name, pen->name.data(), length);
   name[length] = '\0';
 }
 
+void LeaveHalf(uint64_t penId, Penlet penlet) {
+  Bench bench;
+  Pen* pen = bench.Find(penId);
+  if (!pen) return;
+  penlet.version = "0";
+  Store(*pen, std::move(penlet));
+  bench.Save(*pen);
+}
+
 void InstallApp(int32_t penHandle, int32_t channel, const char* file, const Progress& progress) {
-  Image image;
-  Pen pen;
-  {
-    Bench bench;
-    pen = OverChannel(bench, penHandle, channel);
-    image = ReadApp(file);
-    if (image.penlet.size > pen.settings.freeSpace + UsedBy(pen, image.penlet.guid)) throw Problem(pbErrSpace);
+  const PenPointer pen = PeekOverChannel(penHandle, channel);
+  const Image image = ReadApp(file);
+  if (image.penlet.size > pen->settings.freeSpace + UsedBy(*pen, image.penlet.guid)) throw Problem(pbErrSpace);
+  try {
+    Transfer(*pen, image.size, progress);
+  } catch (const Problem&) {
+    if (pen->settings.leavesHalf) LeaveHalf(pen->id, image.penlet);
+    throw;
   }
-  Transfer(pen, image.size, progress);
   Bench bench;
   Pen& now = OverChannel(bench, penHandle, channel);
   Store(now, image.penlet);
@@ -113,15 +128,10 @@ void InstallApp(int32_t penHandle, int32_t channel, const char* file, const Prog
 }
 
 void Download(int32_t penHandle, const char* file, const Progress& progress) {
-  Image image;
-  Pen pen;
-  {
-    Bench bench;
-    pen = bench.OnBus(penHandle);
-    if (!pen.InDownloadMode()) throw Problem(pbErrNotDownloadMode);
-    image = ReadFirmware(file);
-  }
-  Transfer(pen, image.size, progress);
+  const PenPointer pen = PeekOnBus(penHandle);
+  if (!pen->InDownloadMode()) throw Problem(pbErrNotDownloadMode);
+  const Image image = ReadFirmware(file);
+  Transfer(*pen, image.size, progress);
   Bench bench;
   Pen& now = bench.OnBus(penHandle);
   now.firmware = now.settings.returnsWith.empty() ? image.firmware : now.settings.returnsWith;
@@ -129,13 +139,17 @@ void Download(int32_t penHandle, const char* file, const Progress& progress) {
   bench.Save(now);
 }
 
-int32_t Run(const char* function, int32_t penHandle, std::function<Json()> arguments,
-            const std::function<void()>& body) {
+int32_t Run(const CallText& call, const std::function<void()>& body) {
   MakeLateProgressCall();
-  return RunCall({function, penHandle, std::move(arguments)}, [&] {
+  return RunCall(call, [&] {
     body();
     return 0;
   });
+}
+
+int32_t Run(const char* function, int32_t penHandle, std::function<Json()> arguments,
+            const std::function<void()>& body) {
+  return Run({function, penHandle, std::move(arguments)}, body);
 }
 
 }  // namespace
@@ -159,13 +173,19 @@ int32_t pcGetPenId(int32_t penHandle, uint64_t* penId, const int32_t* channel, c
       [=] { TellId(penHandle, penId, channel, name, nameSize); });
 }
 
-int32_t pcGetPenType(int32_t penHandle, int32_t* penType, int32_t, int32_t) {
-  return Run("pcGetPenType", penHandle, nullptr, [=] { *Needed(penType) = Bench().OnBus(penHandle).type; });
+int32_t pcGetPenType(int32_t penHandle, int32_t* penType, int32_t channel, int32_t) {
+  return Run("pcGetPenType", penHandle, nullptr, [=] {
+    const PenPointer pen = PeekOnBus(penHandle);
+    if (channel != 0) Held().CheckChannel(channel, penHandle);
+    // Pens write the low 16 bits alone.
+    *Needed(penType) = (*penType & ~0xffff) | pen->type;
+  });
 }
 
-int32_t pcGetPenState(int32_t penHandle, int32_t* state, int32_t, int32_t) {
+int32_t pcGetPenState(int32_t penHandle, int32_t* state, int32_t channel, int32_t) {
   return Run("pcGetPenState", penHandle, nullptr, [=] {
-    const bool download = Bench().OnBus(penHandle).InDownloadMode();
+    const bool download = PeekOnBus(penHandle)->InDownloadMode();
+    if (channel != 0) Held().CheckChannel(channel, penHandle);
     *Needed(state) = download ? pcPenStateFirmwareDownload : pcPenStateNormal;
   });
 }
@@ -176,15 +196,12 @@ int32_t pcGetPenInfo(int32_t penHandle, int32_t channel, void*, int32_t, pcProgr
       [=] {
         return Json{{"channel", channel}};
       },
-      [=] {
-        Bench bench;
-        Held().KeepVersion(penHandle, ToVersionInfo(OverChannel(bench, penHandle, channel)));
-      });
+      [=] { Held().KeepVersion(penHandle, ToVersionInfo(*PeekOverChannel(penHandle, channel))); });
 }
 
 int32_t pcGetVersionInfo(int32_t penHandle, PenVersionInfo* info) {
   return Run("pcGetVersionInfo", penHandle, nullptr, [=] {
-    Bench().OnBus(penHandle);
+    PeekOnBus(penHandle);
     *Needed(info) = Held().Version(penHandle);
   });
 }
@@ -192,28 +209,20 @@ int32_t pcGetVersionInfo(int32_t penHandle, PenVersionInfo* info) {
 uint32_t pcEnumeratePen(int32_t penHandle) {
   // 0 for a pen that is new, 1 for one that is known.
   const int32_t result = RunCall({"pcEnumeratePen", penHandle, nullptr}, [=] {
-    Bench().OnBus(penHandle);
+    PeekOnBus(penHandle);
     return Held().Enumerate(penHandle) ? 0 : 1;
   });
   return static_cast<uint32_t>(result);
 }
 
 int32_t pcRegisterVolatile(const char* name, uint64_t penId) {
-  return Run(
-      "pcRegisterVolatile", 0,
-      [=] {
-        return Json{{"name", TextOrEmpty(name)}, {"id", IdText(penId)}};
-      },
-      [=] { Held().Mark(Needed(name), penId); });
+  const auto arguments = [=] { return Json{{"name", TextOrEmpty(name)}, {"id", IdText(penId)}}; };
+  return Run({"pcRegisterVolatile", 0, arguments, penId}, [=] { Held().Mark(Needed(name), penId); });
 }
 
 int32_t pcUnRegisterVolatile(const char* name, uint64_t penId) {
-  return Run(
-      "pcUnRegisterVolatile", 0,
-      [=] {
-        return Json{{"name", TextOrEmpty(name)}, {"id", IdText(penId)}};
-      },
-      [=] { Held().Unmark(Needed(name), penId); });
+  const auto arguments = [=] { return Json{{"name", TextOrEmpty(name)}, {"id", IdText(penId)}}; };
+  return Run({"pcUnRegisterVolatile", 0, arguments, penId}, [=] { Held().Unmark(Needed(name), penId); });
 }
 
 int32_t pcStartObex(int32_t* channel, int32_t penHandle, int32_t timeoutMs) {
@@ -223,20 +232,16 @@ int32_t pcStartObex(int32_t* channel, int32_t penHandle, int32_t timeoutMs) {
         return Json{{"timeout", timeoutMs}, {"channel", channel ? *channel : 0}};
       },
       [=] {
-        Bench bench;
-        const Pen& pen = bench.OnBus(penHandle);
-        if (pen.InDownloadMode()) throw Problem(pbErrDownloadMode);
-        *Needed(channel) = Held().OpenChannel(pen);
+        const PenPointer pen = PeekOnBus(penHandle);
+        if (pen->InDownloadMode()) throw Problem(pbErrDownloadMode);
+        if (timeoutMs <= 0) throw Problem(pbErrArgument);
+        *Needed(channel) = Held().OpenChannel(*pen);
       });
 }
 
 int32_t pcStopObex(int32_t channel) {
-  return Run(
-      "pcStopObex", 0,
-      [=] {
-        return Json{{"channel", channel}};
-      },
-      [=] { Held().CloseChannel(channel); });
+  const auto arguments = [=] { return Json{{"channel", channel}}; };
+  return Run({"pcStopObex", 0, arguments, 0, channel}, [=] { Held().CloseChannel(channel); });
 }
 
 int32_t pcGetPenletInfo(int32_t penHandle, int32_t channel, void*, int32_t, pcProgressFunction, void*) {
@@ -245,15 +250,12 @@ int32_t pcGetPenletInfo(int32_t penHandle, int32_t channel, void*, int32_t, pcPr
       [=] {
         return Json{{"channel", channel}};
       },
-      [=] {
-        Bench bench;
-        Held().KeepPenlets(OverChannel(bench, penHandle, channel));
-      });
+      [=] { Held().KeepPenlets(*PeekOverChannel(penHandle, channel)); });
 }
 
 int32_t pcGetPenletCount(int32_t penHandle, int32_t* count) {
   return Run("pcGetPenletCount", penHandle, nullptr, [=] {
-    Bench().OnBus(penHandle);
+    PeekOnBus(penHandle);
     *Needed(count) = Held().PenletCount(penHandle);
   });
 }
@@ -265,7 +267,7 @@ int32_t pcGetPenletItem(int32_t penHandle, int32_t index, PenletInfo* item) {
         return Json{{"index", index}};
       },
       [=] {
-        Bench().OnBus(penHandle);
+        PeekOnBus(penHandle);
         *Needed(item) = Held().PenletItem(penHandle, index);
       });
 }

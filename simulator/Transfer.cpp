@@ -1,6 +1,7 @@
 #include "simulator/Transfer.h"
 
 #include <algorithm>
+#include <atomic>
 #include <mutex>
 #include <optional>
 #include <thread>
@@ -22,6 +23,25 @@ struct LateCall {
 
 std::mutex g_lateLock;
 std::optional<LateCall> g_late;
+std::atomic<int32_t> g_threads = 0;
+
+// A counted thread that is waited for when the object goes.
+class OwnThread {
+ public:
+  template <typename Work>
+  explicit OwnThread(Work work) : m_thread(std::move(work)) {
+    ++g_threads;
+  }
+  ~OwnThread() {
+    m_thread.join();
+    --g_threads;
+  }
+  OwnThread(const OwnThread&) = delete;
+  OwnThread& operator=(const OwnThread&) = delete;
+
+ private:
+  std::thread m_thread;
+};
 
 void Unplug(uint64_t id) {
   Bench bench;
@@ -35,9 +55,11 @@ void Unplug(uint64_t id) {
 }
 
 bool IsOnBus(const Pen& pen) {
-  Bench bench;
-  const Pen* now = bench.Find(pen.id);
-  return now && now->connected && now->handle == pen.handle;
+  try {
+    return PeekOnBus(pen.handle)->id == pen.id;
+  } catch (const Problem&) {
+    return false;
+  }
 }
 
 // One tick: `done` bytes have arrived. Returns the error that ends the transfer, 0 to go on.
@@ -48,7 +70,7 @@ int32_t Tick(const Pen& pen, uint64_t done, uint64_t size, const Progress& progr
   return progress.function(pen.handle, size, done, progress.context) == 0 ? 0 : int32_t{pbErrStopped};
 }
 
-int32_t MoveBytes(const Pen& pen, uint64_t size, const Progress& progress) {
+int32_t MoveAllBytes(const Pen& pen, uint64_t size, const Progress& progress) {
   const int64_t began = Now();
   const auto tick = static_cast<uint64_t>(std::max<int64_t>(pen.settings.tickSize, 1));
   uint64_t done = 0;
@@ -64,6 +86,17 @@ int32_t MoveBytes(const Pen& pen, uint64_t size, const Progress& progress) {
   return 0;
 }
 
+// Throws nothing: it may be all that a thread does.
+int32_t MoveBytes(const Pen& pen, uint64_t size, const Progress& progress) {
+  try {
+    return MoveAllBytes(pen, size, progress);
+  } catch (const Problem& problem) {
+    return problem.error();
+  } catch (const std::exception&) {
+    return pbErrFolder;
+  }
+}
+
 // Progress calls as a faulty library makes them, beside the transfer.
 void StrayCalls(const Pen& pen, uint64_t size, const Progress& progress) {
   if (!progress.function) return;
@@ -77,16 +110,21 @@ void StrayCalls(const Pen& pen, uint64_t size, const Progress& progress) {
 
 }  // namespace
 
+int32_t TransferThreads() {
+  return g_threads;
+}
+
 void Transfer(const Pen& pen, uint64_t size, const Progress& progress) {
   int32_t error = 0;
-  std::thread stray;
-  if (pen.settings.strayProgress) stray = std::thread([&] { StrayCalls(pen, size, progress); });
-  if (pen.settings.ownThread) {
-    std::thread([&] { error = MoveBytes(pen, size, progress); }).join();
-  } else {
-    error = MoveBytes(pen, size, progress);
+  {
+    std::optional<OwnThread> stray;
+    if (pen.settings.strayProgress) stray.emplace([&] { StrayCalls(pen, size, progress); });
+    if (pen.settings.ownThread) {
+      OwnThread([&] { error = MoveBytes(pen, size, progress); });
+    } else {
+      error = MoveBytes(pen, size, progress);
+    }
   }
-  if (stray.joinable()) stray.join();
   if (error != 0) throw Problem(error);
 }
 

@@ -16,6 +16,9 @@ struct Progress {
 // when the pen has left the bus. Takes no lock while it lasts.
 void Transfer(const Pen& pen, uint64_t size, const Progress& progress);
 
+// How many threads of the library's own there are.
+int32_t TransferThreads();
+
 // Makes the late progress call that a pen with stray-progress still owes.
 void MakeLateProgressCall();
 

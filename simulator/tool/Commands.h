@@ -23,6 +23,7 @@ struct Arguments {
   std::string function;
   int32_t call = 0;
   int32_t error = 115;
+  std::string faultPen;
   bool clear = false;
   std::string file;
   std::string fault;

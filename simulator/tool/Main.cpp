@@ -27,7 +27,9 @@ void AddPenCommands(CLI::App& app, Arguments& a) {
                   "more")
       ->type_name("KEY=VALUE,...")
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-  add->add_option("--set", a.settings, "A setting of its behaviour; again for more")->type_name("NAME=VALUE");
+  add->add_option("--set", a.settings, "A setting of its behaviour, as `tessvik-sim set` takes it; again for more")
+      ->type_name("NAME=VALUE");
+  add->add_flag("--json", a.json, "Print the new pen's file");
 
   CLI::App* list = AddCommand(app, "list", "List the pens", [&a] { return ListPens(a); });
   list->add_flag("--json", a.json, "The pens' files as one JSON array");
@@ -58,7 +60,9 @@ void AddBehaviour(CLI::App& app, Arguments& a) {
   fault->add_option("--call", a.call, "Fail this call, counted from 1 in each process (default: every call)")
       ->type_name("N");
   fault->add_option("--error", a.error, "The number to fail with (default 115)")->type_name("N");
-  fault->add_flag("--clear", a.clear, "Forget all faults");
+  fault->add_option("--pen", a.faultPen, "Only calls for this pen, counted apart and kept in its file")
+      ->type_name("ID");
+  fault->add_flag("--clear", a.clear, "Forget all faults, of the folder or of the pen");
   fault->add_flag("--json", a.json, "List the faults as JSON");
   CLI::App* trace = AddCommand(app, "trace", "Write every call of every process to a file, one JSON line each",
                                [&a] { return SetTrace(a); });

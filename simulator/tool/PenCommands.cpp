@@ -63,6 +63,11 @@ Json ParsePenlet(const std::string& text) {
   return penlet;
 }
 
+// A pen's file, "" without such a pen.
+std::string FileOf(uint64_t id) {
+  return TextFrom([id](char* out, int32_t size) { return pbShowPen(id, out, size); });
+}
+
 std::string FreeId() {
   uint64_t id = 1;
   for (const Json& pen : AllPens()) id = std::max(id, ParseId(pen["id"]) + 1);
@@ -80,6 +85,21 @@ void PrintPen(const Json& pen) {
              pen["name"].get<std::string>(), pen["type"].get<int>(), pen["firmware"].get<std::string>(), StateOf(pen));
 }
 
+void PrintFaults(const Json& faults) {
+  for (const Json& fault : faults) {
+    const int call = fault["call"];
+    fmt::print("  {} fails with {} at {}\n", fault["function"].get<std::string>(), fault["error"].get<int>(),
+               call == 0 ? std::string("every call") : fmt::format("call {}", call));
+  }
+}
+
+Json PenFaults(uint64_t id) {
+  const std::string file = FileOf(id);
+  if (file.empty())
+    throw std::invalid_argument(fmt::format("there is no pen 0x{:x}; `tessvik-sim list` shows them", id));
+  return Json::parse(file).value("faults", Json::array());
+}
+
 void PrintPenlets(const Json& pen) {
   for (const Json& penlet : pen["penlets"]) {
     fmt::print("  {:<16} {:<20} {:<10} build {:<4} {}\n", penlet["guid"].get<std::string>(),
@@ -89,6 +109,7 @@ void PrintPenlets(const Json& pen) {
                                                    penlet["groupVersion"].get<std::string>()));
   }
   for (const auto& setting : pen["settings"].items()) fmt::print("  {} = {}\n", setting.key(), setting.value().dump());
+  PrintFaults(pen.value("faults", Json::array()));
 }
 
 }  // namespace
@@ -109,9 +130,15 @@ int AddPen(const Arguments& arguments) {
     const auto [name, value] = SplitPair(text);
     pen["settings"][name] = value;
   }
-  const int32_t error = pbAddPen(pen.dump().c_str());
-  if (error == 0) fmt::print("Pen {} is plugged in.\n", pen["id"].get<std::string>());
-  return Finish(error);
+  const int32_t error = pbAddPen(pen.dump(-1, ' ', false, Json::error_handler_t::replace).c_str());
+  if (error != 0) return Finish(error);
+  const std::string id = pen["id"];
+  if (arguments.json) {
+    fmt::print("{}\n", FileOf(ParseId(id)));
+  } else {
+    fmt::print("Pen {} is plugged in.\n", id);
+  }
+  return 0;
 }
 
 int ListPens(const Arguments& arguments) {
@@ -129,7 +156,7 @@ int ListPens(const Arguments& arguments) {
 
 int ShowPen(const Arguments& arguments) {
   const uint64_t id = ParseId(arguments.id);
-  const std::string text = TextFrom([id](char* out, int32_t size) { return pbShowPen(id, out, size); });
+  const std::string text = FileOf(id);
   if (text.empty()) {
     fmt::print(stderr, "tessvik-sim: there is no pen {}; `tessvik-sim list` shows them\n", arguments.id);
     return 1;
@@ -166,22 +193,18 @@ int SetPen(const Arguments& arguments) {
 }
 
 int SetFault(const Arguments& arguments) {
-  if (arguments.clear) return Finish(pbClearFaults());
-  if (!arguments.function.empty()) {
-    return Finish(pbFault(arguments.function.c_str(), arguments.call, arguments.error));
-  }
-  const std::string text = TextFrom(pbListFaults);
+  const uint64_t pen = arguments.faultPen.empty() ? 0 : ParseId(arguments.faultPen);
+  if (arguments.clear) return Finish(pen ? pbClearPenFaults(pen) : pbClearFaults());
+  const char* function = arguments.function.c_str();
+  if (*function && pen) return Finish(pbPenFault(pen, function, arguments.call, arguments.error));
+  if (*function) return Finish(pbFault(function, arguments.call, arguments.error));
+  const Json faults = pen ? PenFaults(pen) : Json::parse(TextFrom(pbListFaults));
   if (arguments.json) {
-    fmt::print("{}\n", text);
+    fmt::print("{}\n", faults.dump(2));
     return 0;
   }
-  const std::vector<Json> faults = Json::parse(text).get<std::vector<Json>>();
   if (faults.empty()) fmt::print("There are no faults.\n");
-  for (const Json& fault : faults) {
-    const int call = fault["call"];
-    fmt::print("{} fails with {} at {}\n", fault["function"].get<std::string>(), fault["error"].get<int>(),
-               call == 0 ? std::string("every call") : fmt::format("call {}", call));
-  }
+  PrintFaults(faults);
   return 0;
 }
 

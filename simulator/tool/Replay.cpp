@@ -15,7 +15,7 @@
 namespace simtool {
 namespace {
 
-// What the recorded numbers are today.
+// What the recorded handles and channels are today.
 class Numbers {
  public:
   int32_t Pen(int32_t recorded) {
@@ -24,21 +24,29 @@ class Numbers {
     if (found != m_pens.end()) return found->second;
     return m_pens[recorded] = NextHandle();
   }
-  int32_t channel = 0;
 
+  // One that was never opened, or not today, stays the recorded number, which then is no channel today either.
+  int32_t Channel(const Json& arguments) const {
+    const int32_t recorded = arguments.at("channel");
+    const auto found = m_channels.find(recorded);
+    return found == m_channels.end() ? recorded : found->second;
+  }
+  void SetChannel(const Json& arguments, int32_t today) { m_channels[arguments.at("channel")] = today; }
+
+ private:
   // The connected pen's handle that no recorded one stands for yet; recorded handles count up as the real ones do.
   int32_t NextHandle() {
     std::array<int32_t, 64> handles{};
     const int32_t count = pcGetPenHandles(handles.data(), static_cast<int32_t>(handles.size()));
-    for (int32_t i = 0; i < count; ++i) {
+    for (int32_t i = 0; i < std::min(count, static_cast<int32_t>(handles.size())); ++i) {
       if (handles[static_cast<size_t>(i)] > m_last) return m_last = handles[static_cast<size_t>(i)];
     }
     return m_last;
   }
 
- private:
   int32_t m_last = 0;
   std::map<int32_t, int32_t> m_pens;
+  std::map<int32_t, int32_t> m_channels;
 };
 
 std::vector<PenletAttribute> Attributes(const Json& arguments) {
@@ -81,8 +89,8 @@ const std::map<std::string, Player>& Players() {
          int32_t state = 0;
          return pcGetPenState(pen, &state, 0, 0);
        }},
-      {"pcGetPenInfo",
-       [](int32_t pen, const Json&, Numbers& n) { return pcGetPenInfo(pen, n.channel, nullptr, 0, nullptr, nullptr); }},
+      {"pcGetPenInfo", [](int32_t pen, const Json& a,
+                          Numbers& n) { return pcGetPenInfo(pen, n.Channel(a), nullptr, 0, nullptr, nullptr); }},
       {"pcGetVersionInfo",
        [](int32_t pen, const Json&, Numbers&) {
          PenVersionInfo info{};
@@ -98,10 +106,15 @@ const std::map<std::string, Player>& Players() {
          return pcUnRegisterVolatile(a.at("name").get<std::string>().c_str(), IdOf(a));
        }},
       {"pcStartObex",
-       [](int32_t pen, const Json& a, Numbers& n) { return pcStartObex(&n.channel, pen, a.at("timeout")); }},
-      {"pcStopObex", [](int32_t, const Json&, Numbers& n) { return pcStopObex(n.channel); }},
-      {"pcGetPenletInfo", [](int32_t pen, const Json&,
-                             Numbers& n) { return pcGetPenletInfo(pen, n.channel, nullptr, 0, nullptr, nullptr); }},
+       [](int32_t pen, const Json& a, Numbers& n) {
+         int32_t channel = 0;
+         const int32_t result = pcStartObex(&channel, pen, a.at("timeout"));
+         if (result == 0) n.SetChannel(a, channel);
+         return result;
+       }},
+      {"pcStopObex", [](int32_t, const Json& a, Numbers& n) { return pcStopObex(n.Channel(a)); }},
+      {"pcGetPenletInfo", [](int32_t pen, const Json& a,
+                             Numbers& n) { return pcGetPenletInfo(pen, n.Channel(a), nullptr, 0, nullptr, nullptr); }},
       {"pcGetPenletCount",
        [](int32_t pen, const Json&, Numbers&) {
          int32_t count = 0;
@@ -114,19 +127,19 @@ const std::map<std::string, Player>& Players() {
        }},
       {"pcInstallPenlet",
        [](int32_t pen, const Json& a, Numbers& n) {
-         return pcInstallPenlet(pen, n.channel, a.at("file").get<std::string>().c_str(),
+         return pcInstallPenlet(pen, n.Channel(a), a.at("file").get<std::string>().c_str(),
                                 a.at("subject").get<std::string>().c_str(),
                                 a.at("signature").get<std::string>().c_str(), 0, nullptr, nullptr);
        }},
       {"pcSetPenletAttrib",
        [](int32_t pen, const Json& a, Numbers& n) {
          const std::vector<PenletAttribute> attributes = Attributes(a);
-         return pcSetPenletAttrib(pen, n.channel, a.at("guid").get<std::string>().c_str(), attributes.data(),
+         return pcSetPenletAttrib(pen, n.Channel(a), a.at("guid").get<std::string>().c_str(), attributes.data(),
                                   static_cast<int32_t>(attributes.size()));
        }},
       {"pcUninstallPenlet",
        [](int32_t pen, const Json& a, Numbers& n) {
-         return pcUninstallPenlet(pen, n.channel, a.at("guid").get<std::string>().c_str());
+         return pcUninstallPenlet(pen, n.Channel(a), a.at("guid").get<std::string>().c_str());
        }},
       {"pcDfuDetach", [](int32_t pen, const Json&, Numbers&) { return pcDfuDetach(pen, 0, 0); }},
       {"pcDfuDownload", [](int32_t pen, const Json& a, Numbers&) {
@@ -178,6 +191,14 @@ Json PlayLine(const Json& line, Numbers& numbers) {
   return {{"function", function}, {"recorded", line.at("result")}, {"result", result}};
 }
 
+Json PlayText(const std::string& text, Numbers& numbers, int number) {
+  try {
+    return PlayLine(Json::parse(text), numbers);
+  } catch (const Json::exception&) {
+    throw std::invalid_argument(fmt::format("line {} of the trace is no call", number));
+  }
+}
+
 }  // namespace
 
 int Replay(const Arguments& arguments) {
@@ -190,11 +211,7 @@ int Replay(const Arguments& arguments) {
   int calls = 0;
   int differences = 0;
   for (std::string text; std::getline(trace, text); ++calls) {
-    const Json line = Json::parse(text, nullptr, false);
-    if (line.is_discarded()) {
-      throw std::invalid_argument(fmt::format("line {} of {} is no trace", calls + 1, arguments.file));
-    }
-    const Json played = PlayLine(line, numbers);
+    const Json played = PlayText(text, numbers, calls + 1);
     const bool differs = played["result"] != played["recorded"];
     differences += differs;
     if (arguments.json) {
