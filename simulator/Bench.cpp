@@ -33,6 +33,7 @@ std::string g_folder;
 // What a pen's file was read as, for as long as it stays the same file.
 struct CachedPen {
   ino_t inode = 0;
+  off_t size = 0;
   timespec changed{};
   PenPointer pen{};
 };
@@ -62,11 +63,11 @@ PenPointer ReadPenFile(const fs::path& file) {
   if (stat(file.c_str(), &status) != 0) FailFolder(file, "read");
   const std::lock_guard lock(g_cacheLock);
   CachedPen& cached = g_cache[file.string()];
-  const bool same = cached.pen && cached.inode == status.st_ino && cached.changed.tv_sec == status.st_mtim.tv_sec &&
+  const bool same = cached.pen && cached.inode == status.st_ino && cached.size == status.st_size && cached.changed.tv_sec == status.st_mtim.tv_sec &&
                     cached.changed.tv_nsec == status.st_mtim.tv_nsec;
   if (same) return cached.pen;
   try {
-    cached = {status.st_ino, status.st_mtim, std::make_shared<const Pen>(PenFromJson(ParseJson(file)))};
+    cached = {status.st_ino, status.st_size, status.st_mtim, std::make_shared<const Pen>(PenFromJson(ParseJson(file)))};
   } catch (const Problem& problem) {
     throw Problem(problem.error(), fmt::format("{}: {}", file.string(), problem.what()));
   }

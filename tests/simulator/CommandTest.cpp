@@ -1,0 +1,163 @@
+// tessvik-sim, as a person and as a script uses it.
+#include <fstream>
+
+#include "tests/simulator/PenOnDesk.h"
+#include "tests/support/RunProgram.h"
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+class Command : public PenOnDesk {
+ protected:
+  ProgramResult Sim(std::vector<std::string> arguments, const std::string& folder = "") {
+    arguments.insert(arguments.begin(), SIM_PROGRAM);
+    return RunProgram(arguments, {"", {{"TESSVIK_SIM_DIR", folder.empty() ? pens.folder().path().string() : folder}}});
+  }
+  // What a command that must succeed prints.
+  std::string Out(const std::vector<std::string>& arguments, const std::string& folder = "") {
+    const ProgramResult result = Sim(arguments, folder);
+    EXPECT_EQ(result.status, 0) << arguments.at(0) << ": " << result.err;
+    return result.out;
+  }
+
+  // What a host does in an install, recorded.
+  std::string Record() {
+    const std::string trace = files / "trace";
+    EXPECT_EQ(pbTrace(trace.c_str()), 0);
+    EXPECT_EQ(pcRegisterVolatile("Install", kPen), 0);
+    List();
+    EXPECT_EQ(Install(PenAppContent("draw", "1.0")), 0);
+    const int32_t channel = Open();
+    const PenletAttribute group{2, "Art"};
+    EXPECT_EQ(pcSetPenletAttrib(handle, channel, "draw", &group, 1), 0);
+    EXPECT_EQ(pcUninstallPenlet(handle, channel, "gone"), pbErrNoPenlet);
+    EXPECT_EQ(pcStopObex(channel), 0);
+    EXPECT_EQ(pcDfuDetach(handle, 0, 0), 0);
+    EXPECT_TRUE(LeaveAndReturn());
+    EXPECT_EQ(Download(FirmwareContent("8.9.15.b2")), 0);
+    EXPECT_TRUE(LeaveAndReturn());
+    EXPECT_EQ(pcEnumeratePen(handle), 0U);
+    EXPECT_EQ(pcUnRegisterVolatile("Install", kPen), 0);
+    EXPECT_EQ(pbTrace(nullptr), 0);
+    return trace;
+  }
+};
+
+}  // namespace
+
+TEST_F(Command, KeepsPens) {
+  Out({"add", "--id", "0x99", "--type", "3", "--name", "Ada's", "--firmware", "8.9.14.b1", "--set", "tick-size=10",
+       "--penlet", "guid=sketch,name=Sketchpad,version=2.2,build=4,group=Notes,group-version=3.0,kind=paper"});
+  const Json pen = Json::parse(Out({"show", "0x99", "--json"}));
+  EXPECT_EQ(pen["type"], 3);
+  EXPECT_EQ(pen["settings"], (Json{{"tick-size", 10}}));
+  EXPECT_EQ(pen["penlets"][0]["groupVersion"], "3.0");
+  EXPECT_EQ(Json::parse(Out({"list", "--json"})).size(), 2U);
+  EXPECT_NE(Out({"list"}).find("Ada's"), std::string::npos);
+  EXPECT_NE(Out({"show", "153"}).find("sketch"), std::string::npos) << "decimal ids are ids too";
+  Out({"unplug", "0x99"});
+  EXPECT_EQ(Handles().size(), 1U) << "this process sees it";
+  Out({"plug", "0x99"});
+  Out({"set", "0x99", "never-leaves=true", "name=Bob's"});
+  EXPECT_EQ(pens.Pen(0x99).at("settings").at("never-leaves"), true);
+  Out({"fault", "pcStartObex", "--call", "2", "--error", "9", "--pen", "0x99"});
+  EXPECT_EQ(Json::parse(Out({"fault", "--pen", "0x99", "--json"}))[0]["call"], 2);
+  EXPECT_NE(Out({"show", "0x99"}).find("pcStartObex fails with 9 at call 2"), std::string::npos);
+  Out({"fault", "--clear", "--pen", "0x99"});
+  EXPECT_EQ(Out({"fault", "--pen", "0x99"}), "There are no faults.\n");
+  Out({"remove", "0x99"});
+  EXPECT_EQ(Json::parse(Out({"list", "--json"})).size(), 1U);
+  EXPECT_EQ(Json::parse(Out({"add", "--json"}))["connected"], true) << "an id of its own choice";
+}
+
+TEST_F(Command, SaysWhatIsWrongAndWhatToDo) {
+  const std::string noTrace = files.Write("none", "not JSON\n");
+  const struct {
+    std::vector<std::string> arguments;
+    int status;
+    const char* words;
+  } rows[] = {
+      {{"show", "ada"}, 2, "tessvik-sim list"},
+      {{"show", "0x5"}, 1, "no pen 0x5"},
+      {{"plug", "0x5"}, 1, "no pen 0x5"},
+      {{"set", "0x2a", "never-sleeps=1"}, 1, "never-sleeps"},
+      {{"set", "0x2a", "tick-size"}, 2, "NAME=VALUE"},
+      {{"set", "0x2a", "tick-size=many"}, 1, "a number"},
+      {{"add", "--id", "0x2a"}, 1, "already"},
+      {{"add", "--penlet", "version=1"}, 2, "guid="},
+      {{"add", "--penlet", "guid=a,colour=red"}, 1, "colour"},
+      {{"add", "--penlet", "guid=1234567890123456"}, 1, "1 to 15"},
+      {{"fault", "pcFly"}, 1, "pcFly"},
+      {{"trace"}, 2, "--stop"},
+      {{"replay", "/nowhere"}, 2, "/nowhere"},
+      {{"replay", noTrace}, 2, "line 1"},
+      {{"replay", noTrace, "--fault", "pcStartObex"}, 2, "FUNCTION:CALL:ERROR"},
+      {{"dance"}, 2, "--help"},
+      {{}, 2, "--help"},
+  };
+  for (const auto& row : rows) {
+    const ProgramResult result = Sim(row.arguments);
+    EXPECT_EQ(result.status, row.status) << row.words << ": " << result.err;
+    EXPECT_NE(result.err.find(row.words), std::string::npos) << result.err;
+    EXPECT_EQ(result.out, "") << row.words;
+  }
+}
+
+TEST_F(Command, TracesEveryCallOfEveryProcess) {
+  const std::string trace = Record();
+  std::ifstream in(trace);
+  std::vector<Json> lines;
+  for (std::string line; std::getline(in, line);) lines.push_back(Json::parse(line));
+  ASSERT_GT(lines.size(), 15U);
+  EXPECT_EQ(lines[0]["function"], "pcRegisterVolatile");
+  EXPECT_EQ(lines[0]["arguments"], (Json{{"name", "Install"}, {"id", "0x2a"}}));
+  EXPECT_EQ(lines[0]["result"], 0);
+  EXPECT_TRUE(lines[0].contains("time") && lines[0].contains("process"));
+  const std::string before = ReadWholeFile(trace);
+  Handles();
+  EXPECT_EQ(ReadWholeFile(trace), before) << "the trace was ended";
+}
+
+TEST_F(Command, PlaysATraceAgainWithAFaultWhenWanted) {
+  const std::string trace = Record();
+  const auto freshPen = [this] {
+    auto folder = std::make_unique<TempFolder>();
+    Out({"add", "--id", "0x50"}, folder->path());  // so that handles are not the recorded ones
+    Out({"unplug", "0x50"}, folder->path());
+    Out({"add", "--id", "0x2a", "--type", "2", "--firmware", "8.9.14.b1", "--penlet", "guid=clock", "--penlet",
+         "guid=notes"},
+        folder->path());
+    return folder;
+  };
+  auto desk = freshPen();
+  EXPECT_NE(Out({"replay", trace}, desk->path()).find(" 0 with another result"), std::string::npos);
+  const Json pen = Json::parse(Out({"show", "0x2a", "--json"}, desk->path()));
+  EXPECT_EQ(pen["firmware"], "8.9.15.b2");
+  EXPECT_EQ(pen["penlets"].back()["group"], "Art");
+
+  desk = freshPen();
+  const ProgramResult failed = Sim({"replay", trace, "--fault", "pcInstallPenlet:1:119"}, desk->path());
+  EXPECT_EQ(failed.status, 1);
+  EXPECT_NE(failed.out.find("pcInstallPenlet gave 119 and was recorded with 0"), std::string::npos) << failed.out;
+  EXPECT_NE(failed.out.find("pcSetPenletAttrib gave 111"), std::string::npos) << "what follows from it";
+}
+
+TEST_F(Command, IsDescribedWithEverySetting) {
+  const std::string help = Out({"set", "--help"});
+  const std::string pages = ReadWholeFile(SIM_PAGES);
+  std::string text(20000, '\0');
+  pbSettings(text.data(), static_cast<int32_t>(text.size()));
+  for (const Json& setting : Json::parse(text.c_str())) {
+    const std::string name = setting["name"];
+    EXPECT_NE(help.find("  " + name + " "), std::string::npos) << name;
+    EXPECT_NE(pages.find("| `" + name + "` | " + setting["default"].dump() + " |"), std::string::npos) << name;
+  }
+#define CHECK_PAGE(name, number, text) EXPECT_NE(pages.find("| " #number " | " text " |"), std::string::npos) << #name;
+  PB_ERRORS(CHECK_PAGE)
+#undef CHECK_PAGE
+  const std::string manual = ReadWholeFile(SIM_MANUAL);
+  for (const char* command : {"add", "list", "show", "remove", "plug", "unplug", "set", "fault", "trace", "replay"}) {
+    EXPECT_NE(manual.find(std::string(".B ") + command + "\n"), std::string::npos) << command;
+  }
+}
