@@ -1,6 +1,8 @@
 // A document's life: loading, copying and its parts.
 #include "Common/XmlDocument.h"
 
+#include <sys/stat.h>
+
 #include <climits>
 #include <cstring>
 #include <cwchar>
@@ -19,10 +21,10 @@ constexpr uint64_t kLargest = UINT32_MAX - XML::kSlack;
 
 // The size of an open file; none for what is not one that can be read whole.
 std::optional<size_t> SizeOf(FILE* file) {
-  if (fseeko(file, 0, SEEK_END) != 0) return std::nullopt;
-  const off_t size = ftello(file);
-  if (size < 0 || static_cast<uint64_t>(size) > kLargest || fseeko(file, 0, SEEK_SET) != 0) return std::nullopt;
-  return static_cast<size_t>(size);
+  struct stat status {};
+  if (fstat(fileno(file), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
+  if (static_cast<uint64_t>(status.st_size) > kLargest) return std::nullopt;
+  return static_cast<size_t>(status.st_size);
 }
 
 }  // namespace
