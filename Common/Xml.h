@@ -5,5 +5,7 @@
 #include "Common/XmlDocument.h"
 #include "Common/XmlElement.h"
 #include "Common/XmlNodes.h"
+#include "Common/XmlProfile.h"
+#include "Common/XmlQuery.h"
 
 #endif

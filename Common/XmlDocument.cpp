@@ -49,7 +49,7 @@ XML& XML::operator=(const XML& other) {
   m_hasFileName = other.m_hasFileName;
   m_hasDefaultRoot = other.m_hasDefaultRoot;
   m_header.reset(other.m_header->Duplicate());
-  m_root.reset(other.m_root ? other.m_root->Copy() : nullptr);
+  OwnRoot(other.m_root ? other.m_root->Copy() : nullptr);
   return *this;
 }
 
@@ -129,14 +129,14 @@ void XML::Parse(Z<char> text) {
   }
   const XmlParsed parsed = ParseXml(arena, body.data() + first, body.data() + body.size());
   for (const XMLComment* comment : parsed.comments) m_header->AddComment(comment->Duplicate());
-  m_root.reset(parsed.root);
+  OwnRoot(parsed.root);
   m_hasDefaultRoot = false;
   if (parsed.unclosed) m_status = 2;
   m_position = static_cast<int>(std::min<size_t>(parsed.stopped, INT_MAX));
 }
 
 void XML::UseDefaultRoot(std::string_view name) {
-  m_root = std::make_unique<XMLElement>(nullptr, name);
+  OwnRoot(new XMLElement(nullptr, name));
   m_hasDefaultRoot = true;
 }
 
@@ -146,12 +146,21 @@ int XML::ParseStatus(int* position) const {
 }
 
 XMLElement* XML::SetRootElement(XMLElement* root) {
-  if (root != m_root.get()) m_root.reset(root);
   m_hasDefaultRoot = false;
+  if (root == m_root.get()) return root;
+  if (root && root->m_name.listed && !root->Leave()) return m_root.get();
+  if (root) root->SetParent(nullptr);
+  OwnRoot(root);
   return root;
 }
 
+void XML::OwnRoot(XMLElement* root) {
+  m_root.reset(root);
+  if (root) root->m_name.listed = true;
+}
+
 XMLElement* XML::RemoveRootElementAndKeep() {
+  if (m_root) m_root->m_name.listed = false;
   return m_root.release();
 }
 
@@ -180,4 +189,10 @@ XMLHeader* XMLHeader::Duplicate() const {
   auto* copy = new XMLHeader(m_text);
   for (const XMLComment* comment : m_comments) copy->AddComment(comment->Duplicate());
   return copy;
+}
+
+size_t XMLHeader::MemoryUsage() const {
+  size_t bytes = sizeof(*this) + m_text.size() + m_comments.bytes();
+  for (const XMLComment* comment : m_comments) bytes += comment->MemoryUsage();
+  return bytes;
 }

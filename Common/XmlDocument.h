@@ -34,10 +34,12 @@ class XMLHeader {
   unsigned AddComment(XMLComment* comment);
   unsigned GetCommentsNum() const { return m_comments.size(); }
   XMLComment** GetComments() const { return m_comments.data(); }
-  // Part 0 is the text and the comments before the root, part 1 the comments after it.
+  // With `part` 0 the text and the comments before the root, with 1 the comments after it.
   bool Export(FILE* stream, int part) const;
   void Export(std::string& out, int part) const;
+  void ExportComments(std::string& out, unsigned position) const;
   XMLHeader* Duplicate() const;  // the caller owns it
+  size_t MemoryUsage() const;
 
  private:
   std::string m_text;
@@ -70,8 +72,10 @@ class XML {
   XMLElement* GetRootElement() const { return m_root.get(); }
   // Whether the root was supplied because the text is missing, empty or without any "<".
   bool HasDefaultRoot() const { return m_hasDefaultRoot; }
-  XMLElement* SetRootElement(XMLElement* root);  // the document owns it; the former root is deleted
-  XMLElement* RemoveRootElementAndKeep();        // the caller owns it
+  // The document owns the new root and the former one is deleted. Another document's root is not taken: returns the
+  // root that there is then.
+  XMLElement* SetRootElement(XMLElement* root);
+  XMLElement* RemoveRootElementAndKeep();  // the caller owns it
   XMLHeader* GetHeader() const { return m_header.get(); }
   void SetHeader(XMLHeader* header);  // the document owns it
   // Whether the trees and the comments outside them are the same.
@@ -90,10 +94,9 @@ class XML {
   void CompressMemory();
   bool IntegrityTest() const { return !m_root || m_root->IntegrityTest(); }
 
-  // The elements below the root that match a query; see XMLQuery.
-  // The first match's value: an attribute with "path@name", else the first text. False when nothing matches.
+  // The value of the first match of an XMLQuery below the root; false when nothing matches.
   bool XMLGetValue(std::string_view path, std::string& out) const;
-  // Sets it, creating what is missing along a path of plain names.
+  // Sets it, making what is missing along a path of plain names.
   bool XMLSetValue(std::string_view path, std::string_view value);
 
   static std::string XMLEncode(std::string_view text);
@@ -108,6 +111,7 @@ class XML {
  private:
   void Parse(Z<char> text);
   void UseDefaultRoot(std::string_view name);
+  void OwnRoot(XMLElement* root);
 
   int m_status = 0;
   int m_position = 0;

@@ -21,18 +21,27 @@ XMLElement* XMLElement::AddElement(std::string_view name) {
 unsigned XMLElement::InsertElement(unsigned index, XMLElement* element) {
   if (!element || element == this) return m_children.size();
   if (element->m_children.size() > 0 && IsBelow(element)) return m_children.size();
-  if (element->m_name.listed && element->m_parent) {
-    const int former = element->m_parent->FindElement(element);
-    if (former >= 0) element->m_parent->RemoveElementAndKeep(static_cast<unsigned>(former), &element);
-  }
+  if (element->m_name.listed && !element->Leave()) return m_children.size();
   index = std::min(index, m_children.size());
   ShiftTexts(index, 1);
   m_children.Insert(index, element);
-  element->m_parent = this;
-  element->m_name.listed = true;
-  Touch();
-  element->m_name.touched = true;
+  element->Join(*this);
   return m_children.size();
+}
+
+// Takes an element out of the list that it is in; false when its parent does not have it, as for a document's root.
+bool XMLElement::Leave() {
+  const int index = m_parent ? m_parent->FindElement(this) : -1;
+  XMLElement* kept = nullptr;
+  return index >= 0 && m_parent->RemoveElementAndKeep(static_cast<unsigned>(index), &kept);
+}
+
+// Links an element to the parent that it has been listed in.
+void XMLElement::Join(XMLElement& parent) {
+  m_parent = &parent;
+  m_name.listed = true;
+  m_name.touched = true;
+  parent.Touch();
 }
 
 bool XMLElement::IsBelow(const XMLElement* element) const {
@@ -123,27 +132,34 @@ XMLElement* XMLElement::Duplicate(XMLElement* parent) const {
 
 // Everything but the children.
 void XMLElement::CopyOwnTo(XMLElement& to) const {
-  const auto addText = [&to](auto& list, const auto* node) {
-    if (!node) return;
-    auto* copy = node->Duplicate();
-    to.AddText(list, copy);
-    copy->m_order = node->m_order;
-    copy->m_position = node->m_position;
-  };
   to.m_name.Set(name());
-  for (const XMLContent* content : m_contents) addText(to.m_contents, content);
+  CopyTextsTo(to);
   if (!m_rare) return;
   Rare& rare = to.MakeRare();
   for (const XMLVariable* variable : m_rare->variables) {
     if (variable) to.AddVariable(variable->name(), variable->value(), true);
   }
-  for (const XMLComment* comment : m_rare->comments) addText(rare.comments, comment);
-  for (const XMLCData* cdata : m_rare->cdatas) addText(rare.cdatas, cdata);
   rare.sideFile.Set(m_rare->sideFile.view());
   rare.param = m_rare->param;
   rare.type = m_rare->type;
   rare.indentCount = m_rare->indentCount;
   rare.spaces = m_rare->spaces;
+}
+
+void XMLElement::CopyTextsTo(XMLElement& to) const {
+  const auto copyList = [&to](auto** nodes, unsigned count, auto& list) {
+    for (unsigned i = 0; i < count; ++i) {
+      if (!nodes[i]) continue;
+      auto* copy = nodes[i]->Duplicate();
+      to.AddText(list, copy);
+      copy->m_order = nodes[i]->m_order;
+      copy->m_position = nodes[i]->m_position;
+    }
+  };
+  copyList(GetContents(), GetContentsNum(), to.m_contents);
+  if (!m_rare) return;
+  copyList(GetComments(), GetCommentsNum(), to.MakeRare().comments);
+  copyList(GetCDatas(), GetCDatasNum(), to.MakeRare().cdatas);
 }
 
 // --- attributes ---

@@ -88,7 +88,8 @@ class XMLElement {
   unsigned GetCDatasNum() const { return m_rare ? m_rare->cdatas.size() : 0; }
   XMLCData** GetCDatas() const { return m_rare ? m_rare->cdatas.data() : nullptr; }
 
-  // --- edits of children: an element that is added leaves its former parent; one that encloses this is not added ---
+  // --- edits of children: an element that is added leaves its former parent. One that encloses this
+  // element, and a document's root, are not added. ---
   unsigned AddElement(XMLElement* element);
   XMLElement* AddElement(std::string_view name);  // a new one, its name stored escaped
   unsigned InsertElement(unsigned index, XMLElement* element);
@@ -141,7 +142,7 @@ class XMLElement {
   void SortVariables(const VariableCompare& compare);
 
   // --- housekeeping ---
-  size_t MemoryUsage() const;  // bytes of everything at and below it, without shared memory of a parsed document
+  size_t MemoryUsage() const;  // bytes of everything at and below it, without a parsed document's text
   void CompressMemory();       // shrinks all arrays to their counts
   bool IntegrityTest() const;  // whether every link and position below agrees with the lists
   void SpaceForElements(unsigned more);
@@ -165,6 +166,7 @@ class XMLElement {
  private:
   friend class XMLVariable;
   friend class XMLTextNode;
+  friend class XML;
   friend class XmlTreeBuilder;
 
   // What few elements have.
@@ -191,9 +193,15 @@ class XMLElement {
   void ForEachText(Function function);
   void ShiftTexts(unsigned after, int by);
   std::shared_ptr<XmlArena> Arena() const;
-  bool HasDistinctChildren() const;
+  bool HasSameOwn(const XMLElement& other) const;
+  bool HasWholeLists() const;
+  size_t OwnMemory() const;
+  bool IsUnloaded() const { return m_rare && !m_rare->sideFile.view().empty(); }
+  void Join(XMLElement& parent);
+  bool Leave();
   uint32_t NextOrder() const;
   void CopyOwnTo(XMLElement& to) const;
+  void CopyTextsTo(XMLElement& to) const;
   template <class List, class Node>
   unsigned AddText(List& list, Node* node);
   template <class List>

@@ -69,6 +69,8 @@ class XMLTextNode {
   bool StandsBefore(const XMLTextNode& other) const {
     return m_position != other.m_position ? m_position < other.m_position : m_order < other.m_order;
   }
+  // Whether no other text stands between this one and a later one of the same position.
+  bool StandsRightBefore(const XMLTextNode& other) const { return m_order + 1 == other.m_order; }
   // The text as stored.
   std::string_view text() const { return m_text.view(); }
   size_t MemoryUsage() const { return sizeof(*this) + m_text.bytes(); }

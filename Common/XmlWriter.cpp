@@ -123,10 +123,13 @@ bool XMLElement::printc(FILE* stream, const XMLElement* element, unsigned deep, 
 // --- headers and documents ---
 
 void XMLHeader::Export(std::string& out, int part) const {
-  XmlWriter writer(out);
-  if (part == 0) writer.Line("", m_text, "");
+  if (part == 0) XmlWriter(out).Line("", m_text, "");
+  ExportComments(out, part == 0 ? 0 : 1);
+}
+
+void XMLHeader::ExportComments(std::string& out, unsigned position) const {
   for (const XMLComment* comment : m_comments) {
-    if ((comment->GetEP() == 0) == (part == 0)) writer.Line("<!--", comment->text(), "-->");
+    if (std::min(comment->GetEP(), 1U) == position) XmlWriter(out).Line("<!--", comment->text(), "-->");
   }
 }
 
