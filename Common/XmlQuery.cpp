@@ -151,7 +151,7 @@ std::string PathOf(const XMLElement* element, StepOf stepOf) {
   std::vector<const XMLElement*> way;
   for (; element; element = element->GetParent()) way.push_back(element);
   std::string path;
-  for (auto step = way.rbegin(); step != way.rend(); ++step) path += "\\" + stepOf(**step);
+  for (auto step = way.rbegin(); step != way.rend(); ++step) path.append(1, '\\').append(stepOf(**step));
   return path;
 }
 
