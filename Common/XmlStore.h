@@ -75,7 +75,8 @@ class XmlText {
 };
 
 // An array of pointers to nodes, `Step` of them at least when it first grows. It owns the array, not the nodes. An
-// array that is borrowed from an arena is copied before it grows.
+// array that is borrowed from an arena is copied before it grows; one of a single node, as most are, is no array at
+// all.
 template <class T, uint32_t Step>
 class XmlList {
  public:
@@ -84,17 +85,18 @@ class XmlList {
   XmlList(const XmlList&) = delete;
   XmlList& operator=(const XmlList&) = delete;
 
-  T** data() const { return m_items; }
+  T** data() const { return isSingle() ? &m_single : m_items; }
   uint32_t size() const { return m_count; }
-  T* operator[](size_t index) const { return m_items[index]; }
-  T** begin() const { return m_items; }
-  T** end() const { return m_items + m_count; }
-  T* back() const { return m_count ? m_items[m_count - 1] : nullptr; }
+  T* operator[](size_t index) const { return data()[index]; }
+  T** begin() const { return data(); }
+  T** end() const { return data() + m_count; }
+  T* back() const { return m_count ? data()[m_count - 1] : nullptr; }
 
   void Borrow(T** items, uint32_t count) {
     Release();
     m_items = items;
     m_count = count;
+    if (isSingle()) m_single = *items;
   }
   void Insert(uint32_t index, T* item) {
     if (m_count >= m_capacity) Resize(m_count + (m_count / 2 > Step ? m_count / 2 : Step));
@@ -103,12 +105,17 @@ class XmlList {
   }
   void Append(T* item) { Insert(m_count, item); }
   T* Take(uint32_t index) {
-    T* item = m_items[index];
-    for (uint32_t i = index + 1; i < m_count; ++i) m_items[i - 1] = m_items[i];
-    --m_count;
+    T** items = data();
+    T* item = items[index];
+    for (uint32_t i = index + 1; i < m_count; ++i) items[i - 1] = items[i];
+    if (--m_count == 0) Clear();
+    if (isSingle()) m_single = *items;
     return item;
   }
-  void Clear() { m_count = 0; }
+  void Clear() {
+    m_count = 0;
+    if (m_capacity == 0) m_items = nullptr;
+  }
   void Reserve(uint32_t count) {
     if (count > m_capacity && count > m_count) Resize(count);
   }
@@ -121,7 +128,7 @@ class XmlList {
  private:
   void Resize(uint32_t capacity) {
     T** items = capacity ? new T*[capacity] : nullptr;
-    for (uint32_t i = 0; i < m_count; ++i) items[i] = m_items[i];
+    std::copy(begin(), end(), items);
     Release();
     m_items = items;
     m_capacity = capacity;
@@ -132,9 +139,14 @@ class XmlList {
     m_capacity = 0;
   }
 
-  T** m_items = nullptr;
+  bool isSingle() const { return m_count == 1 && m_capacity == 0; }
+
+  union {
+    T** m_items = nullptr;
+    mutable T* m_single;  // the only node, which was borrowed
+  };
   uint32_t m_count = 0;
-  uint32_t m_capacity = 0;  // 0 while the array is borrowed or there is none
+  uint32_t m_capacity = 0;  // 0 while what it holds is borrowed or nothing
 };
 
 // The memory of one parsed document: its text and the nodes made from it, given back all at once. Destructors of what

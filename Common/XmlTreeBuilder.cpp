@@ -90,10 +90,14 @@ XMLElement::Rare& XmlTreeBuilder::RareOf(XMLElement& element) {
 template <class List, class Node>
 void XmlTreeBuilder::MoveTo(List& list, std::vector<Node*>& stack, uint32_t first) {
   const uint32_t count = Count(stack) - first;
-  auto** items = static_cast<Node**>(m_arena.Take(count * sizeof(Node*)));
-  for (uint32_t i = 0; i < count; ++i) items[i] = stack[first + i];
-  stack.resize(first);
+  auto** items = stack.data() + first;
+  if (count > 1) {
+    auto** array = static_cast<Node**>(m_arena.Take(count * sizeof(Node*)));
+    for (uint32_t i = 0; i < count; ++i) array[i] = items[i];
+    items = array;
+  }
   list.Borrow(items, count);
+  stack.resize(first);
 }
 
 void XmlTreeBuilder::Close() {
