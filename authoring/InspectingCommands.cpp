@@ -11,6 +11,7 @@
 #include "authoring/Lint.h"
 #include "authoring/LoadedBundle.h"
 #include "authoring/Output.h"
+#include "authoring/Plan.h"
 
 namespace authoring {
 
@@ -164,6 +165,36 @@ void AddLint(CLI::App& app) {
   });
 }
 
+void AddPlan(CLI::App& app) {
+  struct Arguments {
+    std::string bundle;
+    std::string pens;
+    bool asJson = false;
+  };
+  auto arguments = std::make_shared<Arguments>();
+  CLI::App* command = app.add_subcommand("plan", "Tell what an install would do to a pen, package by package, and why");
+  command->add_option("BUNDLE", arguments->bundle, "Bundle to install")->required();
+  command->add_option("--pen", arguments->pens, "What \"quarvel pens --json\" printed; each pen in it gets its plan")
+      ->required()
+      ->type_name("PEN.json");
+  command->add_flag("--json", arguments->asJson, "Write JSON");
+  command->footer(
+      "Signatures are not checked; see \"verify\". \"fail\" stands for a package at which the install ends with an "
+      "error.");
+  command->callback([arguments] {
+    const std::vector<PenDescription> pens = ReadPens(arguments->pens);
+    LoadedBundle loaded(arguments->bundle);
+    loaded.RequireLoaded();
+    json list = json::array();
+    for (const PenDescription& pen : pens) {
+      const Plan plan = MakePlan(loaded, pen);
+      list.push_back(DescribePlan(plan, pen));
+      if (!arguments->asJson) Say("{}{}", list.size() > 1 ? "\n" : "", PlanText(plan, pen));
+    }
+    if (arguments->asJson) SayJson({{"schema", 1}, {"bundle", arguments->bundle}, {"pens", list}});
+  });
+}
+
 void AddDiff(CLI::App& app) {
   struct Arguments {
     std::string before;
@@ -197,6 +228,7 @@ void AddInspectingCommands(CLI::App& app) {
   AddInfo(app);
   AddVerify(app);
   AddLint(app);
+  AddPlan(app);
   AddDiff(app);
 }
 
