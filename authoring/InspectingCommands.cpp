@@ -19,19 +19,23 @@ using nlohmann::json;
 
 namespace {
 
+// May be given several times, each time with one value, so that it can stand before the positional arguments too.
+CLI::Option* Repeatable(CLI::Option* option) {
+  return option->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)->allow_extra_args(false);
+}
+
 struct InspectArguments {
   std::string path;
   std::vector<std::string> certificates;
   bool asJson = false;
 
   void AddTo(CLI::App& command, const char* name, const char* help) {
-    command.add_option(name, path, help)->required();
+    command.add_option(name, path, help)->required()->type_name("");
     command.add_flag("--json", asJson, "Write JSON");
   }
   CLI::Option* AddCertificates(CLI::App& command, const char* help) {
-    return command.add_option("--cert", certificates, help + std::string("; again for several"))
-        ->type_name("CERT.pem")
-        ->allow_extra_args(false);
+    CLI::Option* option = command.add_option("--cert", certificates, help + std::string("; again for several"));
+    return Repeatable(option)->type_name("CERT.pem");
   }
 };
 
@@ -137,18 +141,22 @@ std::vector<Finding> RunLint(const LintArguments& arguments) {
   return findings;
 }
 
+std::string CheckRuleName(const std::string& name) {
+  for (const LintRule* rule : AllLintRules()) {
+    if (rule->name == name) return {};
+  }
+  return fmt::format("\"{}\" is the name of no finding; give one that stands in brackets", name);
+}
+
 void AddLint(CLI::App& app) {
   auto arguments = std::make_shared<LintArguments>();
   CLI::App* command = app.add_subcommand("lint", "Find what the formats let pass in silence");
   arguments->AddTo(*command, "DIR|BUNDLE", "Folder before it is packed, or a bundle");
   arguments->AddCertificates(*command, "Certificate of a signer, to check subjects and dates");
   command->add_flag("--strict", arguments->strict, "Let warnings count as errors");
-  std::set<std::string> names;
-  for (const LintRule* rule : AllLintRules()) names.insert(rule->name);
-  command->add_option("--ignore", arguments->ignored, "Leave out the findings of this name; again for several")
-      ->type_name("NAME")
-      ->allow_extra_args(false)
-      ->check(CLI::IsMember(names).description(""));
+  CLI::Option* ignore =
+      command->add_option("--ignore", arguments->ignored, "Leave out the findings of this name; again for several");
+  Repeatable(ignore)->type_name("NAME")->check(CheckRuleName);
   command->footer("Exit status 1 when there is an error (with --strict: a finding), else 0.");
   command->callback([arguments] {
     std::vector<Finding> findings = RunLint(*arguments);
@@ -173,7 +181,7 @@ void AddPlan(CLI::App& app) {
   };
   auto arguments = std::make_shared<Arguments>();
   CLI::App* command = app.add_subcommand("plan", "Tell what an install would do to a pen, package by package, and why");
-  command->add_option("BUNDLE", arguments->bundle, "Bundle to install")->required();
+  command->add_option("BUNDLE", arguments->bundle, "Bundle to install")->required()->type_name("");
   command->add_option("--pen", arguments->pens, "What \"quarvel pens --json\" printed; each pen in it gets its plan")
       ->required()
       ->type_name("PEN.json");
@@ -203,8 +211,8 @@ void AddDiff(CLI::App& app) {
   };
   auto arguments = std::make_shared<Arguments>();
   CLI::App* command = app.add_subcommand("diff", "Show what changed from one bundle to another");
-  command->add_option("A", arguments->before, "The older bundle")->required();
-  command->add_option("B", arguments->after, "The newer bundle")->required();
+  command->add_option("A", arguments->before, "The older bundle")->required()->type_name("");
+  command->add_option("B", arguments->after, "The newer bundle")->required()->type_name("");
   command->add_flag("--json", arguments->asJson, "Write JSON");
   command->footer("Exit status 0 when nothing differs, 1 when something does.");
   command->callback([arguments] {

@@ -32,8 +32,11 @@ std::string ReadPassphrase(const std::string& file) {
 void AddInit(CLI::App& app) {
   auto arguments = std::make_shared<InitOptions>();
   CLI::App* command = app.add_subcommand("init", "Write an update.xml to start from");
-  command->add_option("DIR", arguments->folder, "Folder of the new bundle; made when it is missing")->required();
+  command->add_option("DIR", arguments->folder, "Folder of the new bundle; made when it is missing")
+      ->required()
+      ->type_name("");
   command->add_option("--pen-types", arguments->penTypes, "Types of the pens that receive it, as 1,3; 0 is every pen")
+      ->type_name("TYPES")
       ->capture_default_str();
   command->add_flag("--force", arguments->replace, "Replace an update.xml that is there");
   command->footer("Files that already lie in subfolders of DIR become packages, each subfolder a group.");
@@ -52,7 +55,9 @@ void AddPack(CLI::App& app) {
   };
   auto arguments = std::make_shared<Arguments>();
   CLI::App* command = app.add_subcommand("pack", "Sign a folder's files, make a bundle of them and verify it");
-  command->add_option("DIR", arguments->folder, "Folder that holds update.xml and the package files")->required();
+  command->add_option("DIR", arguments->folder, "Folder that holds update.xml and the package files")
+      ->required()
+      ->type_name("");
   command->add_option("-o,--output", arguments->output, "Bundle to write")->required()->type_name("FILE");
   arguments->signer.AddTo(*command, true);
   command->footer(
@@ -71,7 +76,9 @@ void AddDigest(CLI::App& app) {
   };
   auto arguments = std::make_shared<Arguments>();
   CLI::App* command = app.add_subcommand("digest", "Write what is to be signed, for a key that lives elsewhere");
-  command->add_option("DIR", arguments->folder, "Folder that holds update.xml and the package files")->required();
+  command->add_option("DIR", arguments->folder, "Folder that holds update.xml and the package files")
+      ->required()
+      ->type_name("");
   command->add_option("-o,--output", arguments->digests, "Folder for the digests")->required()->type_name("DIGESTS");
   command->footer(
       "Where the key is, sign each NNNN.sha1 into NNNN.sig beside it, for example:\n"
@@ -95,7 +102,9 @@ void AddAttach(CLI::App& app) {
   };
   auto arguments = std::make_shared<Arguments>();
   CLI::App* command = app.add_subcommand("attach", "Make a bundle with signatures that were made elsewhere");
-  command->add_option("DIR", arguments->folder, "The folder that \"digest\" was run on, unchanged")->required();
+  command->add_option("DIR", arguments->folder, "The folder that \"digest\" was run on, unchanged")
+      ->required()
+      ->type_name("");
   command->add_option("--signatures", arguments->digests, "Folder with digests.json and the .sig files")
       ->required()
       ->type_name("DIGESTS");
@@ -116,7 +125,7 @@ void AddMutate(CLI::App& app) {
   };
   auto arguments = std::make_shared<Arguments>();
   CLI::App* command = app.add_subcommand("mutate", "Make a set of broken bundles from a good one, for a host's tests");
-  command->add_option("BUNDLE", arguments->bundle, "A bundle that verifies")->required();
+  command->add_option("BUNDLE", arguments->bundle, "A bundle that verifies")->required()->type_name("");
   command->add_option("-o,--output", arguments->folder, "Folder for the broken bundles")->required()->type_name("DIR");
   arguments->signer.AddTo(*command, false);
   command->footer(

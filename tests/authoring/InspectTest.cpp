@@ -140,7 +140,7 @@ TEST(Commands, EndInOneSentenceForWhatTheyCannotUse) {
       {{"lint", missing}, 3, "There is no file or folder"},
       {{"lint", text}, 3, "is not a zip archive"},
       {{"lint", folder.path().string(), "--cert", text}, 4, "holds no certificate"},
-      {{"lint", text, "--ignore", "nothing"}, 2, "--ignore"},
+      {{"lint", text, "--ignore", "nothing"}, 2, "\"nothing\" is the name of no finding"},
       {{"verify", text}, 2, "--cert is required. See \"quarvel-bundle verify --help\"."},
       {{"diff", text, missing}, 3, "does not load"},
       {{"mutate", text, "-o", missing}, 3, "is not a zip archive"},
