@@ -28,9 +28,25 @@ void ForEachStartTag(const LintInput& input, Visit visit) {
   });
 }
 
+// The lines of ascending places in one token.
+class Lines {
+ public:
+  explicit Lines(const SourceToken& token) : m_text(token.text), m_line(token.line) {}
+  int At(size_t offset) {
+    std::string_view passed = m_text.substr(m_offset, offset - m_offset);
+    m_line += static_cast<int>(std::count(passed.begin(), passed.end(), '\n'));
+    m_offset = offset;
+    return m_line;
+  }
+
+ private:
+  std::string_view m_text;
+  int m_line;
+  size_t m_offset = 0;
+};
+
 int LineAt(const SourceToken& token, size_t offset) {
-  std::string_view before = token.text.substr(0, offset);
-  return token.line + static_cast<int>(std::count(before.begin(), before.end(), '\n'));
+  return Lines(token).At(offset);
 }
 
 // The element's name as its author meant it.
@@ -92,11 +108,12 @@ void SingleQuotedAttribute(const LintInput& input, Findings& findings) {
 void SpaceAroundEquals(const LintInput& input, Findings& findings) {
   ForEachStartTag(input, [&](const std::string& file, const SourceToken& token) {
     std::string outside = OutsideQuotes(token.text);
+    Lines lines(token);
     for (size_t at = outside.find('='); at != std::string::npos; at = outside.find('=', at + 1)) {
       bool blankBefore = outside[at - 1] == ' ' || outside[at - 1] == '\t';
       bool blankAfter = at + 1 < outside.size() && (outside[at + 1] == ' ' || outside[at + 1] == '\t');
       if (!blankBefore && !blankAfter) continue;
-      findings.Add(file, LineAt(token, at),
+      findings.Add(file, lines.At(at),
                    fmt::format("A blank beside \"=\" in \"{}\" becomes part of the "
                                "attribute's name or value",
                                NameOf(token.text)));
@@ -127,9 +144,10 @@ bool IsReference(std::string_view text) {
 void BareAmpersand(const LintInput& input, Findings& findings) {
   ForEachToken(input, [&](const std::string& file, const SourceToken& token) {
     if (token.kind == Kind::kComment || token.kind == Kind::kCharacterData) return;
+    Lines lines(token);
     for (size_t at = token.text.find('&'); at != std::string_view::npos; at = token.text.find('&', at + 1)) {
       if (IsReference(token.text.substr(at))) continue;
-      findings.Add(file, LineAt(token, at), "A bare \"&\" starts no reference that is understood");
+      findings.Add(file, lines.At(at), "A bare \"&\" starts no reference that is understood");
     }
   });
 }
