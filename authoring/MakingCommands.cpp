@@ -130,8 +130,8 @@ void AddMutate(CLI::App& app) {
   arguments->signer.AddTo(*command, false);
   command->footer(
       "DIR/expected.json lists for each bundle what is wrong with it and the result codes that loading it and "
-      "verifying "
-      "it with the signer's certificate must give. With --key and --cert there are more of them: those whose broken "
+      "verifying it with the signer's certificate must give. With --key and --cert there are more of them: those whose "
+      "broken "
       "manifest is properly signed.");
   command->callback([arguments] {
     std::optional<Signer> signer;
