@@ -68,6 +68,12 @@ bool CZipReader::Seek(uint64_t offset, int origin) {
 }
 
 size_t CZipReader::Read(uint8_t* out, size_t size) {
+  // minizip reads the directory byte by byte.
+  const Window& window = m_windows[m_latest];
+  if (size == 1 && window.Holds(m_position)) {
+    *out = window.bytes[static_cast<size_t>(m_position++ - window.start)];
+    return 1;
+  }
   size_t done = 0;
   while (done < size) {
     const auto bytes = Peek(m_position, size - done);

@@ -81,7 +81,7 @@ InsResCode CBundle::ParseBundle() {
   m_groups.clear();
   m_groups.resize(list->GetChildrenNum());
   // A group that cannot be read to its end stays with what was read.
-  for (unsigned i = 0; i < list->GetChildrenNum(); ++i) ParseGroup(list->GetChildren()[i], m_groups[i]);
+  CWorkers::Share(m_groups.size(), [&](size_t i) { ParseGroup(list->GetChildren()[i], m_groups[i]); });
   MeasureFiles();
   return insSuccess;
 }

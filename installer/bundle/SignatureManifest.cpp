@@ -11,7 +11,9 @@ namespace {
 std::string KeyOf(const std::string& folder, const std::string& name) {
   std::string key = name;
   if (!folder.empty() && folder != "/" && folder != "\\") {
-    key = CStringUtil::ReplaceAll(CStringUtil::ReplaceAll(folder + "/" + key, "//", "/"), "\\\\", "/");
+    key = folder + "/" + key;
+    if (key.find("//") != std::string::npos) key = CStringUtil::ReplaceAll(key, "//", "/");
+    if (key.find("\\\\") != std::string::npos) key = CStringUtil::ReplaceAll(key, "\\\\", "/");
   }
   CStringUtil::ToLower(key);
   return key;
@@ -54,8 +56,8 @@ InsResCode CBundle::LoadDRM() {
     entries[i]->GetVariable("signature", info.signature);
     folder.clear();
     entries[i]->GetVariable("folder", folder);
-    const auto stored = m_drmInfos.insert_or_assign(KeyOf(folder, name), std::move(info)).first;
-    latest = &stored->second;
+    // Mostly the files stand in the order of their keys.
+    latest = &m_drmInfos.insert_or_assign(m_drmInfos.end(), KeyOf(folder, name), std::move(info))->second;
   }
   return insSuccess;
 }
