@@ -63,7 +63,7 @@ bool IsPlainTag(const char* tag, const char* close);
 class CloseTable {
  public:
   CloseTable(const char* begin, const char* end)
-      : m_begin(begin), m_end(end), m_budget(size_t{64} * (kSmall + size())) {}
+      : m_begin(begin), m_end(end), m_budget(uint64_t{64} * (kSmall + size())) {}
 
   // The "<" of the closing tag of the element at `tag`, null when none ends up to `end`.
   const char* Find(const char* tag, const char* end);
@@ -85,7 +85,7 @@ class CloseTable {
   size_t m_next = 0;
   // Bytes that may still be passed over. Only an element inside what looks like character data from outside asks for
   // another pass; a text made of these is not worth more.
-  size_t m_budget;
+  uint64_t m_budget;
 };
 
 }  // namespace xmltags

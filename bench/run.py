@@ -5,6 +5,7 @@ Every round runs ours and each peer once, one after the other, so that a slow mi
 is compared is the ratio within a round. Inputs are made below build/bench/inputs on the first run.
 """
 import argparse
+import itertools
 import json
 import os
 import random
@@ -134,9 +135,11 @@ class Contest:
         ratios = self.ratios()
         median = statistics.median(ratios)
         verdict = "met" if median <= self.goal else "missed"
-        return (f"| {self.title} | {statistics.median(self.seconds['quarvel']):.3f} s | {self.best_peer()} "
-                f"{statistics.median(self.seconds[self.best_peer()]):.3f} s | {median:.2f} ({min(ratios):.2f} to "
-                f"{max(ratios):.2f}) | {self.goal} | {verdict} | {self.memory['quarvel']:.0f} MB |")
+        peer = self.best_peer()
+        return (f"| {self.title} | {statistics.median(self.seconds['quarvel']):.3f} s | {peer} "
+                f"{statistics.median(self.seconds[peer]):.3f} s | {median:.2f} ({min(ratios):.2f} to "
+                f"{max(ratios):.2f}) | {self.goal} | {verdict} | {self.memory['quarvel']:.0f} MB | "
+                f"{self.memory[peer]:.0f} MB |")
 
 
 def load_contests(big, small):
@@ -172,6 +175,29 @@ def load_contests(big, small):
         files = sorted(str(f) for f in unpacked(bundle).rglob("*") if f.is_file())
         yield Contest(title, goal, [BIN / "bench_bundle", "verify", bundle, INPUTS / "cert.pem"],
                       {" ".join(peer): ["xargs", "-a", write_list(files, bundle), *peer]})
+
+
+def make_manifest(packages):
+    """An update.xml of its own, in the shape that bench_xml gives it; returns its path."""
+    path = INPUTS / f"manifest-{packages}.xml"
+    if not path.exists():
+        subprocess.run([BIN / "bench_xml", "make", str(packages), path], check=True)
+    return path
+
+
+def xml_contests():
+    """Parsing alone, and parsing with reading all groups and packages; small documents many times in one process."""
+    for packages, times in ((100_000, 1), (1_000, 200)):
+        path = make_manifest(packages)
+        title = f"{packages:,} packages" + (f", {times} times" if times > 1 else "")
+
+        def command(work, parser):
+            return [BIN / "bench_xml", work, parser, path, times]
+        peers = ("pugixml", "expat", "libxml2", "tinyxml2")
+        yield Contest(f"parse a manifest of {title}", 1.0 if times == 1 else 1.2, command("parse", "quarvel"),
+                      {p: command("parse", p) for p in peers})
+        yield Contest(f"read the records of {title}", 1.5, command("records", "quarvel"),
+                      {"pugixml": command("records", "pugixml")})
 
 
 def write_list(files, bundle):
@@ -229,8 +255,8 @@ def report(contests, points, micro, rounds, path):
     text = ["# Benchmarks", "",
             "Written by `scripts/bench`. Every round runs the library and each peer once, one after the other; the ratio",
             f"is taken within a round. Medians of {rounds} rounds on {os.cpu_count()} cores, with the lowest and highest",
-            "ratio. Memory is the highest peak of the library's process.", "",
-            "| work | quarvel | best peer | ratio | goal | | peak |", "|---|---|---|---|---|---|---|",
+            "ratio. Memory is the highest peak of a process.", "",
+            "| work | quarvel | best peer | ratio | goal | | peak | peer's peak |", "|---|---|---|---|---|---|---|---|",
             *[c.row() for c in contests], "", "![Seconds for each program](benchmarks.svg)", ""]
     if points:
         base = points[0]
@@ -250,7 +276,8 @@ def main():
 
     make_key()
     contests = []
-    for contest in load_contests(make_bundle("big", 1, 8, 64 << 20), make_bundle("small", 100, 200, 4096)):
+    for contest in itertools.chain(
+            load_contests(make_bundle("big", 1, 8, 64 << 20), make_bundle("small", 100, 200, 4096)), xml_contests()):
         contests.append(contest.run(options.rounds))
         print(contest.row(), flush=True)
     points = [] if options.no_growth else growth(options.rounds)

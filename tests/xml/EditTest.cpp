@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <random>
 
 #include "tests/support/TempFolder.h"
 #include "tests/xml/Dump.h"
@@ -182,6 +183,57 @@ TEST(XmlEdit, IntegrityTestFindsWhatIsBroken) {
   EXPECT_FALSE(document.IntegrityTest()) << "one child twice";
   children[0] = a;
   EXPECT_TRUE(document.IntegrityTest());
+}
+
+// Parsed, made and detached elements change places between two documents; the address sanitizer watches.
+TEST(XmlEdit, AnyRunOfEditsKeepsTheInvariants) {
+  std::mt19937 random(11);
+  const auto pick = [&random](size_t count) { return static_cast<unsigned>(random() % count); };
+  for (int run = 0; run < 200; ++run) {
+    XML documents[] = {Parsed("<r>t<a n=\"1\"><b/>u<c>v</c></a><!--w--><d/></r>"), Parsed("<s><e>x<f/></e></s>")};
+    std::vector<std::unique_ptr<XMLElement>> kept;
+    for (int edit = 0; edit < 40; ++edit) {
+      const auto any = [&] {
+        XMLElement* root = documents[pick(2)].GetRootElement();
+        std::vector<XMLElement*> all = root->GetAllChildren();
+        all.push_back(root);
+        return all[pick(all.size())];
+      };
+      XMLElement* element = any();
+      XMLElement* taken = nullptr;
+      const unsigned index = pick(3);
+      switch (pick(8)) {
+        case 0:
+          element->AddElement("new")->AddContent("text", 0);
+          break;
+        case 1:
+          element->InsertElement(index, any());
+          break;
+        case 2:
+          if (element->RemoveElementAndKeep(index, &taken)) kept.emplace_back(taken);
+          break;
+        case 3:
+          if (!kept.empty()) element->InsertElement(index, kept.back().release());
+          if (!kept.empty()) kept.pop_back();
+          break;
+        case 4:
+          element->MoveElement(index, pick(3));
+          break;
+        case 5:
+          element->RemoveElement(index);
+          break;
+        case 6:
+          element->FindVariableZ("k")->SetValueInt(edit);
+          break;
+        default:
+          element->AddComment("c", index);
+      }
+    }
+    for (const XML& document : documents) {
+      ASSERT_TRUE(document.IntegrityTest()) << run;
+      ASSERT_TRUE(XML(document).Compare(document)) << run;
+    }
+  }
 }
 
 TEST(XmlEdit, DeepTreesCostNoStack) {

@@ -88,6 +88,20 @@ TEST(XmlWriter, WhatIsWrittenReadsTheSame) {
   EXPECT_GT(elements, 2000U);
 }
 
+// The indentation of ever deeper elements would be all that is written.
+TEST(XmlWriter, WritesDeepTrees) {
+  constexpr size_t kDeep = 20000;
+  std::string text = kHead;
+  for (size_t i = 0; i < kDeep; ++i) text += "<a>";
+  for (size_t i = 0; i < kDeep; ++i) text += "</a>";
+  const XML document(text.c_str(), 1);
+  std::string written;
+  document.Export(written);
+  EXPECT_LT(written.size(), 2500 * kDeep);
+  EXPECT_NE(written.find("\n" + std::string(999, '\t') + "<a>"), std::string::npos);
+  EXPECT_TRUE(XML(written.c_str(), 1).Compare(document));
+}
+
 TEST(XmlSave, KnowsItsModes) {
   TempFolder folder;
   const std::string path =
