@@ -63,8 +63,8 @@ PenPointer ReadPenFile(const fs::path& file) {
   if (stat(file.c_str(), &status) != 0) FailFolder(file, "read");
   const std::lock_guard lock(g_cacheLock);
   CachedPen& cached = g_cache[file.string()];
-  const bool same = cached.pen && cached.inode == status.st_ino && cached.size == status.st_size && cached.changed.tv_sec == status.st_mtim.tv_sec &&
-                    cached.changed.tv_nsec == status.st_mtim.tv_nsec;
+  const bool same = cached.pen && cached.inode == status.st_ino && cached.size == status.st_size &&
+                    cached.changed.tv_sec == status.st_mtim.tv_sec && cached.changed.tv_nsec == status.st_mtim.tv_nsec;
   if (same) return cached.pen;
   try {
     cached = {status.st_ino, status.st_size, status.st_mtim, std::make_shared<const Pen>(PenFromJson(ParseJson(file)))};

@@ -93,10 +93,13 @@ TEST(Update, GivesAPenSixtySecondsToLeaveAndSixtyToReturn) {
     InsResCode result;
     int64_t fromSeconds, toSeconds;
   } rows[] = {
-      {"leave-time", "59000", insSuccess, 118, 130}, {"never-leaves", "true", insTimeout, 61, 62},
-      {"never-returns", "true", insTimeout, 61, 64}, {"return-time", "59000", insSuccess, 118, 130},
+      {"leave-time", "59000", insSuccess, 118, 130},
+      {"never-leaves", "true", insTimeout, 61, 62},
+      {"never-returns", "true", insTimeout, 61, 64},
+      {"return-time", "59000", insSuccess, 118, 130},
       // The pen that took the firmware is gone for this run, so reading it anew fails, and that is what is returned.
-      {"returns-as", "0x77", insPenFailure, 61, 70},    {"returns-with", "8.9.16.c1", insVerifyPenFailed, 0, 20},
+      {"returns-as", "0x77", insPenFailure, 61, 70},
+      {"returns-with", "8.9.16.c1", insVerifyPenFailed, 0, 20},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(std::string(row.setting) + "=" + row.value);
