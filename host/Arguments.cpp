@@ -4,7 +4,8 @@
 
 #include <CLI/CLI.hpp>
 #include <functional>
-#include <map>
+#include <string>
+#include <vector>
 
 #include "host/Commands.h"
 #include "host/Failure.h"
@@ -19,6 +20,7 @@ using Command = ExitStatus (*)(const Options&);
 struct Parsed {
   Options options;
   std::vector<std::string> pens;
+  std::string onError = "stop";
   Command command = nullptr;
 };
 
@@ -72,12 +74,10 @@ void AddInstall(CLI::App& app, Parsed& parsed) {
   sub->add_flag("--firmware", options.firmware, "Take firmware (with neither this nor --apps: both)");
   sub->add_flag("--apps", options.apps, "Take applications and paper products");
   sub->add_flag("--force", options.force, "Install without comparing with what the pen holds");
-  static const std::map<std::string, OnError> choices{
-      {"stop", OnError::kStop}, {"skip", OnError::kSkip}, {"ask", OnError::kAsk}};
-  sub->add_option("--on-error", options.onError,
+  sub->add_option("--on-error", parsed.onError,
                   "For a failing package: stop (the default), skip or ask. A package whose signature check fails "
                   "always stops the run")
-      ->transform(CLI::Transformer(choices).description(""))
+      ->check(CLI::IsMember({"stop", "skip", "ask"}).description(""))
       ->type_name("stop|skip|ask");
   sub->add_flag("--fail-if-current", options.failIfCurrent,
                 "End with status 10 when every pen already held everything");
@@ -117,10 +117,17 @@ void AddCommands(CLI::App& app, Parsed& parsed) {
 std::string FailureMessage(const CLI::App* app, const CLI::Error& error) {
   const CLI::App* sub = app->get_subcommands().empty() ? app : app->get_subcommands().front();
   std::string name = sub == app ? "quarvel" : "quarvel " + sub->get_name();
+  std::vector<std::string> unknown = app->remaining();
+  if (sub == app && !unknown.empty()) {
+    return fmt::format("quarvel: there is no command \"{}\". See `quarvel --help`.\n", unknown.front());
+  }
   return fmt::format("quarvel: {}. See `{} --help`.\n", error.what(), name);
 }
 
 void Understand(Parsed& parsed, const CLI::App& app) {
+  parsed.options.onError = parsed.onError == "ask"    ? OnError::kAsk
+                           : parsed.onError == "skip" ? OnError::kSkip
+                                                      : OnError::kStop;
   for (const std::string& pen : parsed.pens) parsed.options.pens.push_back(*ParsePenId(pen));
   bool needsPen = parsed.command == InstallCommand || parsed.command == RemoveCommand;
   if (!needsPen || !parsed.pens.empty() || parsed.options.all) return;

@@ -1,9 +1,12 @@
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "host/Commands.h"
 #include "host/LoadedBundle.h"
 #include "host/RunSummary.h"
 #include "host/Text.h"
+#include "platform/Tessvik.h"
 
 namespace {
 
@@ -32,6 +35,17 @@ void RequirePerson(const Session& session) {
   throw Failure(ExitStatus::kUsage, "--on-error ask needs a terminal; choose stop or skip.");
 }
 
+// While it waits for a pen of type 1 to return, the library cannot tell it from another one in download mode.
+void WarnOfPenInDownloadMode(const Console& console) {
+  std::vector<Pen> pens = ConnectedPens();
+  bool anonymous = std::any_of(pens.begin(), pens.end(),
+                               [](const Pen& pen) { return !pen.id && pen.state == pcPenStateFirmwareDownload; });
+  if (!anonymous) return;
+  console.Problem(
+      "A pen in download mode is connected that tells no id; it may get the firmware that is meant for another pen. "
+      "Disconnect it if you did not mean that.");
+}
+
 }  // namespace
 
 ExitStatus InstallCommand(const Options& options) {
@@ -39,24 +53,25 @@ ExitStatus InstallCommand(const Options& options) {
     RequirePerson(session);
     Configuration configuration(options);
     std::vector<Pen> pens = SelectPens(options.pens, options.all);
-    std::vector<LoadedBundle> bundles;
-    for (size_t i = 0; i < pens.size(); ++i) bundles.emplace_back(session, options.bundle, configuration);
+    bool firmware = ((*configuration).flags & insFlagFirmware) != 0;
+    if (firmware) WarnOfPenInDownloadMode(session.console());
+    LoadedBundle bundle(session, options.bundle, configuration);
 
     Progress progress(session.console(), pens.size());
     RunContext context{options, session.events(), session.interrupts(), progress};
     std::vector<std::unique_ptr<PenRun>> runs;
-    bool firmware = ((*configuration).flags & insFlagFirmware) != 0;
     for (Pen& pen : pens) runs.push_back(std::make_unique<PenRun>(context, runs.size(), pen, firmware));
     session.RunOnPens(
         runs,
-        [&](size_t i, int32_t* penHandle, void* userData) {
-          return insStartInstall(penHandle, bundles[i].Handle(), &*configuration, PenRun::Callback, userData);
+        [&](int32_t* penHandle, void* userData) {
+          return insStartInstall(penHandle, bundle.Handle(), &*configuration, PenRun::Callback, userData);
         },
         progress);
 
     std::vector<RunEnd> ends;
     for (const auto& run : runs) ends.push_back(Conclude(session, *run));
-    session.console().Line(fmt::format("Log: {}", session.LogFile()));
+    bool told = std::any_of(ends.begin(), ends.end(), [](const RunEnd& end) { return end.code < 0; });
+    if (!told) session.console().Line(fmt::format("Log: {}", session.LogFile()));
     return Combined(ends, options.failIfCurrent);
   });
 }

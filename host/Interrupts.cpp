@@ -23,7 +23,6 @@ Interrupts::~Interrupts() {
 void Interrupts::Attend(Handler handler) {
   std::lock_guard<std::mutex> guard(m_lock);
   m_handler = std::move(handler);
-  m_pensTouched = true;
 }
 
 // SIGUSR1 is only the destructor's way to end the wait.
@@ -38,7 +37,7 @@ void Interrupts::OnSignal() {
   std::lock_guard<std::mutex> guard(m_lock);
   int count = ++m_count;
   if (!m_handler) {
-    fputs(m_pensTouched ? "\nquarvel: stopped.\n" : "\nquarvel: stopped; no pen was touched.\n", stderr);
+    fputs("\nquarvel: stopped; no pen was touched.\n", stderr);
     _exit(static_cast<int>(ExitStatus::kAborted));
   }
   if (count >= 3) {

@@ -21,7 +21,7 @@ class Interrupts {
   Interrupts& operator=(const Interrupts&) = delete;
 
   // From now on interrupts are counted and given to `handler`; before, when no pen is touched yet, the first one ends
-  // the process. With an empty handler the first one ends it again.
+  // the process.
   void Attend(Handler handler);
   bool Requested() const { return m_count > 0; }
 
@@ -35,7 +35,6 @@ class Interrupts {
   std::atomic<bool> m_ending{false};
   std::mutex m_lock;  // guards what follows
   Handler m_handler;
-  bool m_pensTouched = false;
   std::thread m_thread;
 };
 

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <utility>
+
 Configuration::Configuration(const Options& options)
     : m_group(options.group), m_texts(ReadCertificates(options.certificates)) {
   for (const std::string& text : m_texts) m_pointers.push_back(text.c_str());

@@ -1,10 +1,9 @@
-// A bundle that the library has loaded and verified, released with the object. A handle serves one run at a time, so
-// every pen gets a handle of its own; the bundle is unpacked only once.
+// A bundle that the library has loaded and verified, released with the object. One serves any number of runs
+// at once.
 #ifndef QUARVEL_HOST_LOADEDBUNDLE_H
 #define QUARVEL_HOST_LOADEDBUNDLE_H
 
 #include <string>
-#include <utility>
 
 #include "host/Session.h"
 
@@ -31,8 +30,8 @@ class LoadedBundle {
   ~LoadedBundle() {
     if (m_handle > 0) insReleaseBundle(m_handle);
   }
-  LoadedBundle(LoadedBundle&& other) noexcept : m_handle(std::exchange(other.m_handle, 0)) {}
-  LoadedBundle& operator=(LoadedBundle&&) = delete;
+  LoadedBundle(const LoadedBundle&) = delete;
+  LoadedBundle& operator=(const LoadedBundle&) = delete;
   int Handle() const { return m_handle; }
 
  private:

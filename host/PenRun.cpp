@@ -83,6 +83,7 @@ double PenRun::Rate(const Info& info, Time now) {
 
 void PenRun::TellPackage(const Info& info, const PackageRow& row) {
   Time now = std::chrono::steady_clock::now();
+  bool begins = m_measured != row.path;
   double rate = Rate(info, now);
   uint64_t remaining = info.totalCount > RunDone(info) ? info.totalCount - RunDone(info) : 0;
   Json left = nullptr;
@@ -97,7 +98,7 @@ void PenRun::TellPackage(const Info& info, const PackageRow& row) {
         m_line, fmt::format("{}  {}  {}  {} of {}{}", Id(), BarText(RunDone(info), info.totalCount), Title(row),
                             BytesText(info.itemDone), BytesText(info.itemTotal), speed));
   }
-  if (!row.finished && now - m_lastEvent < std::chrono::milliseconds(200)) return;
+  if (!row.finished && !begins && now - m_lastEvent < std::chrono::milliseconds(200)) return;
   m_lastEvent = now;
   m_context.events.Write("package", {{"pen", Id()},
                                      {"state", row.finished ? "finished" : "transferring"},

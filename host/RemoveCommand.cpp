@@ -33,7 +33,7 @@ ExitStatus RemoveCommand(const Options& options) {
     for (Pen& pen : pens) runs.push_back(std::make_unique<PenRun>(context, runs.size(), pen, false));
     session.RunOnPens(
         runs,
-        [&](size_t, int32_t* penHandle, void* userData) {
+        [&](int32_t* penHandle, void* userData) {
           return insRemoveGroup(*penHandle, options.group.c_str(), PenRun::Callback, userData);
         },
         progress);

@@ -32,6 +32,10 @@ std::optional<Pen> FindAgain(const PenRun& run) {
 
 std::string StateLeft(const std::optional<Pen>& pen) {
   if (!pen) return "not connected; reconnect it and look at it with `quarvel pens`";
+  if (pen->state == pcPenStateFirmwareDownload && !pen->id) {
+    return "in download mode, without a firmware that works, and tells no id; switch it off and on, and start the "
+           "install again once `quarvel pens` shows its id";
+  }
   if (pen->state == pcPenStateFirmwareDownload) {
     return "in download mode, without a firmware that works; leave it connected and start the install again";
   }

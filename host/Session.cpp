@@ -107,14 +107,13 @@ ExitStatus Session::Serve(const Options& options, const std::string& command,
   }
 }
 
-void Session::RunOnPens(const std::vector<std::unique_ptr<PenRun>>& runs, const Work& work, Progress& progress) {
+void Session::RunOnPens(const std::vector<std::unique_ptr<PenRun>>& runs, const PenRun::Work& work,
+                        Progress& progress) {
   m_interrupts.Attend([&](int count) { OnInterrupt(count, runs, progress); });
   std::vector<std::jthread> threads;
-  for (size_t i = 0; i < runs.size(); ++i) {
-    WriteRun(&runs[i]->OfPen());
-    threads.emplace_back([&work, &run = *runs[i], i] {
-      run.Execute([&work, i](int32_t* penHandle, void* userData) { return work(i, penHandle, userData); });
-    });
+  for (const auto& run : runs) {
+    WriteRun(&run->OfPen());
+    threads.emplace_back([&work, &run] { run->Execute(work); });
   }
   constexpr int ticksPerSecond = 20;
   for (int tick = 1; !AllDone(runs); ++tick) {
@@ -122,7 +121,7 @@ void Session::RunOnPens(const std::vector<std::unique_ptr<PenRun>>& runs, const 
     if (tick % ticksPerSecond == 0) Watch(runs, m_interrupts);
   }
   threads.clear();
-  m_interrupts.Attend(nullptr);
+  m_interrupts.Attend([](int) {});
   progress.Finish();
 }
 

@@ -37,9 +37,9 @@ class Session {
   static ExitStatus Serve(const Options& options, const std::string& command,
                           const std::function<ExitStatus(Session&)>& body);
 
-  // Runs `work` on every pen at once, each on a thread of its own, and returns when all are done; Ctrl-C aborts them.
-  using Work = std::function<InsResCode(size_t pen, int32_t* penHandle, void* userData)>;
-  void RunOnPens(const std::vector<std::unique_ptr<PenRun>>& runs, const Work& work, Progress& progress);
+  // Runs `work` on every pen at once, each on a thread of its own, and returns when all are done. Ctrl-C aborts them;
+  // afterwards only the third one still ends the process, so that what became of the pens is told.
+  void RunOnPens(const std::vector<std::unique_ptr<PenRun>>& runs, const PenRun::Work& work, Progress& progress);
 
   // Ends the command when a call of the library on this thread, whose log line is given, did not succeed.
   void Require(InsResCode code, std::string_view function, const std::string& logLine) const;

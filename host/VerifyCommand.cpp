@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
-#include <algorithm>
+#include <thread>
+#include <vector>
 
 #include "host/Commands.h"
 #include "host/LoadedBundle.h"
@@ -24,8 +25,16 @@ std::string ReadyText(const Pen& pen) {
                      pen.contents->penlets.size());
 }
 
-ExitStatus CheckPen(Session& session, Pen& pen) {
-  InsResCode code = Readiness(pen);
+// Reads all pens at once, each on a thread of its own.
+std::vector<InsResCode> ReadinessOf(std::vector<Pen>& pens) {
+  std::vector<InsResCode> codes(pens.size(), insPenFailure);
+  std::vector<std::jthread> threads;
+  for (size_t i = 0; i < pens.size(); ++i) threads.emplace_back([&codes, &pens, i] { codes[i] = Readiness(pens[i]); });
+  threads.clear();
+  return codes;
+}
+
+ExitStatus TellReadiness(Session& session, const Pen& pen, InsResCode code) {
   if (code == insSuccess) {
     session.console().Line(ReadyText(pen));
   } else {
@@ -49,8 +58,9 @@ ExitStatus VerifyCommand(const Options& options) {
                                        Printable(options.bundle)));
     session.WriteResult(nullptr, insSuccess, ExitStatus::kDone, "", {});
     ExitStatus status = ExitStatus::kDone;
-    for (Pen& pen : pens) {
-      ExitStatus of = CheckPen(session, pen);
+    std::vector<InsResCode> codes = ReadinessOf(pens);
+    for (size_t i = 0; i < pens.size(); ++i) {
+      ExitStatus of = TellReadiness(session, pens[i], codes[i]);
       if (status == ExitStatus::kDone) status = of;
     }
     return status;

@@ -1,0 +1,66 @@
+// The help, the manual page and the completions tell of the same options and exit statuses.
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <set>
+
+#include "host/ResultTexts.h"
+#include "tests/host/HostRig.h"
+
+namespace {
+
+std::set<std::string> OptionsIn(const std::string& text) {
+  static const std::regex option("--[a-z][a-z-]+");
+  return {std::sregex_token_iterator(text.begin(), text.end(), option), std::sregex_token_iterator()};
+}
+
+std::string Source(const std::string& file) {
+  std::string text = ReadWholeFile(std::string(QUARVEL_SOURCE_DIR) + '/' + file);
+  EXPECT_FALSE(text.empty()) << file;
+  return text;
+}
+
+TEST(Completions, OfferWhatEachCommandTakes) {
+  HostRig rig;
+  std::string bash = Source("packaging/completions/bash/quarvel");
+  std::string manual = std::regex_replace(Source("docs/man/quarvel.1"), std::regex(R"(\\-)"), "-");
+  std::string fish = Source("packaging/completions/fish/quarvel.fish");
+  std::string zsh = Source("packaging/completions/zsh/_quarvel");
+  for (const std::string command : {"pens", "verify", "install", "remove", "report", "version"}) {
+    SCOPED_TRACE(command);
+    std::string help = rig.Quarvel({command, "--help"}).out;
+    std::string options = help.substr(help.find("Options:"));
+    std::set<std::string> taken;
+    static const std::regex heading(R"(\n  (?:-\w,)?(--[a-z-]+))");
+    for (std::sregex_iterator each(options.begin(), options.end(), heading), end; each != end; ++each) {
+      taken.insert((*each)[1]);
+    }
+    ASSERT_TRUE(taken.contains("--help")) << help;
+    std::smatch line;
+    ASSERT_TRUE(std::regex_search(bash, line, std::regex("\n +" + command + R"(\) words="([^"]*)\")")));
+    EXPECT_EQ(OptionsIn(line[1]), taken);
+    for (const std::string& option : taken) {
+      EXPECT_PRED2(Has, manual, option);
+      EXPECT_PRED2(Has, zsh, option);
+      EXPECT_PRED2(Has, fish, "-l " + option.substr(2));
+    }
+  }
+}
+
+TEST(Completions, TheManualListsEveryExitStatus) {
+  HostRig rig;
+  std::string manual = std::regex_replace(Source("docs/man/quarvel.1"), std::regex(R"(\\-)"), "-");
+  std::string help = rig.Quarvel({"--help"}).out;
+  std::istringstream rows(ExitStatusHelp());
+  std::string row;
+  std::getline(rows, row);
+  int count = 0;
+  for (; std::getline(rows, row); ++count) {
+    std::string words = row.substr(2);
+    EXPECT_PRED2(Has, manual, words + '\n');
+    EXPECT_PRED2(Has, help, words + '\n');
+  }
+  EXPECT_EQ(count, 10);
+}
+
+}  // namespace

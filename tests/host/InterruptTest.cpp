@@ -1,0 +1,52 @@
+// Ctrl-C on pens that are slow to answer.
+#include <gtest/gtest.h>
+
+#include "tests/host/HostRig.h"
+
+namespace {
+
+// Starts an install, waits until `until` shows in the events, sends the interrupts and tells the status.
+ProgramResult Interrupted(const HostRig& rig, const std::string& until, int interrupts) {
+  std::string script =
+      "\"$quarvel\" install \"$bundle\" --cert \"$cert\" --all --json >\"$dir/events\" & run=$!\n"
+      "for i in $(seq 200); do grep -q '" +
+      until + "' \"$dir/events\" && break; sleep 0.05; done\n";
+  for (int i = 0; i < interrupts; ++i) script += "kill -INT $run; sleep 0.2\n";
+  return rig.Shell(script + "wait $run");
+}
+
+TEST(Interrupt, OneAbortsAndTellsHowThePenWasLeft) {
+  HostRig rig;
+  rig.AddPen("0x2a", {"transfer-speed=20", "tick-size=4"});
+  ProgramResult result = Interrupted(rig, "transferring", 1);
+  EXPECT_EQ(result.status, 6) << result.err;
+  EXPECT_PRED2(Has, result.err, "Stopping: the pens are asked to abort");
+  EXPECT_PRED2(Has, result.err, "was left in normal operation, with firmware 8.9.14.b1 and 1 applications");
+  std::string events = ReadWholeFile(rig.folder() / "events");
+  EXPECT_EQ(EventsOf(events, "result").at(0).at("class"), "aborted");
+  EXPECT_EQ(EventsOf(events, "result").at(0).at("packages").at(0).at("outcome"), "not finished");
+}
+
+TEST(Interrupt, APenInDownloadModeIsToldAsThat) {
+  HostRig rig(FirmwareBundle());
+  rig.AddPen("0x2a", {"transfer-speed=20", "tick-size=4"});
+  ProgramResult result = Interrupted(rig, "Firmware", 1);
+  EXPECT_EQ(result.status, 6) << result.err;
+  EXPECT_PRED2(Has, result.err, "was left in download mode");
+}
+
+// A pen that hears no abort: a tick takes ten seconds.
+TEST(Interrupt, TheSecondExplainsAndTheThirdEndsTheProcess) {
+  HostRig rig;
+  rig.AddPen("0x2a", {"transfer-speed=4", "tick-size=40"});
+  ProgramResult result = Interrupted(rig, "transferring", 3);
+  EXPECT_EQ(result.status, 130) << result.err;
+  size_t first = result.err.find("Stopping:");
+  size_t second = result.err.find("A third Ctrl-C ends this program at once");
+  size_t third = result.err.find("stopped at once");
+  EXPECT_LT(first, second);
+  EXPECT_LT(second, third);
+  EXPECT_NE(third, std::string::npos) << result.err;
+}
+
+}  // namespace

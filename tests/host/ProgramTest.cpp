@@ -1,0 +1,255 @@
+// The built program on simulated pens, as a person or a script uses it.
+#include <gtest/gtest.h>
+
+#include "tests/host/HostRig.h"
+
+namespace {
+
+struct StatusCase {
+  const char* name;
+  Words arguments;
+  int status;
+  const char* says;     // on standard error, or standard output when that is empty
+  Words settings = {};  // of the pen
+  Words fault = {};
+};
+
+TEST(Program, EndsWithTheStatusOfTheFailuresClass) {
+  const StatusCase cases[] = {
+      {"done", {"install", "BUNDLE", "--cert", "CERT", "--all"}, 0, "done"},
+      {"verify with a pen",
+       {"verify", "BUNDLE", "--cert", "CERT", "--pen", "0x2a"},
+       0,
+       "is ready; it has firmware 8.9.14.b1"},
+      {"removal", {"remove", "Notes", "--pen", "42"}, 0, "removed"},
+      {"removal of nothing", {"remove", "notes", "--all"}, 0, "nothing to do"},
+      {"no command", {}, 2, "A subcommand is required. See `quarvel --help`."},
+      {"unknown command", {"frob"}, 2, "there is no command \"frob\""},
+      {"no bundle", {"install"}, 2, "BUNDLE is required. See `quarvel install --help`."},
+      {"no pen named", {"install", "BUNDLE", "--cert", "CERT"}, 2, "--pen ID"},
+      {"no pen id", {"remove", "Notes", "--pen", "0xzz"}, 2, "\"0xzz\" is no pen id"},
+      {"both kinds of pens", {"remove", "Notes", "--pen", "1", "--all"}, 2, "--pen excludes --all"},
+      {"unknown decision",
+       {"install", "BUNDLE", "--cert", "CERT", "--all", "--on-error", "go"},
+       2,
+       "go not in {stop,skip,ask}"},
+      {"nobody to ask", {"install", "BUNDLE", "--cert", "CERT", "--all", "--on-error", "ask"}, 2, "needs a terminal"},
+      {"no certificate file",
+       {"verify", "BUNDLE", "--cert", "DIR/none.pem"},
+       2,
+       "none.pem cannot be read (No such file"},
+      {"log in no folder",
+       {"verify", "BUNDLE", "--cert", "CERT", "--log", "DIR/no/log"},
+       2,
+       "choose another with --log"},
+      {"report in no folder", {"report", "-o", "DIR/no/report.zip"}, 2, "choose another file with -o"},
+      {"no such bundle", {"verify", "DIR/none.bundle", "--cert", "CERT"}, 3, "A file was not found"},
+      {"no archive", {"verify", "CERT", "--cert", "CERT"}, 3, "(-101)"},
+      {"no such group",
+       {"install", "BUNDLE", "--cert", "CERT", "--all", "--group", "notes"},
+       3,
+       "No Resource for pen type 1"},
+      {"foreign signer", {"install", "BUNDLE", "--cert", "FOREIGN", "--all"}, 4, "(-305)"},
+      {"no certificate", {"verify", "BUNDLE", "--cert", "BUNDLE"}, 4, "(-302)"},
+      {"pen not there",
+       {"install", "BUNDLE", "--cert", "CERT", "--pen", "7"},
+       5,
+       "No pen 0x0000000000000007 is connected"},
+      {"pen in use", {"install", "BUNDLE", "--cert", "CERT", "--all"}, 5, "(-6)", {}, {"pcStartObex"}},
+      {"pen not ready", {"verify", "BUNDLE", "--cert", "CERT", "--all"}, 5, "cannot be read", {}, {"pcStartObex"}},
+      {"pen is full", {"install", "BUNDLE", "--cert", "CERT", "--all"}, 5, "(-201)", {"free-space=0"}},
+      {"all skipped on a full pen",
+       {"install", "BUNDLE", "--cert", "CERT", "--all", "--on-error", "skip"},
+       7,
+       "(-202)",
+       {"free-space=0"}},
+  };
+  for (const StatusCase& row : cases) {
+    SCOPED_TRACE(row.name);
+    HostRig rig;
+    rig.AddPen("0x2a", row.settings);
+    if (!row.fault.empty()) rig.Sim({"fault", row.fault[0]});
+    ProgramResult result = rig.Quarvel(row.arguments);
+    EXPECT_EQ(result.status, row.status) << result.out << result.err;
+    EXPECT_PRED2(Has, result.err.empty() ? result.out : result.err, row.says);
+    if (row.status == 2) EXPECT_EQ(Count(result.err, "\n"), 1U) << result.err;
+  }
+}
+
+TEST(Program, TellsWhatBecameOfEachPackageAndWhy) {
+  HostRig rig;
+  rig.AddPen();
+  ASSERT_EQ(rig.Install({"--all", "--group", "Notes"}).status, 0);
+  rig.Sim({"remove", "0x2a"});
+  rig.AddPen();
+  rig.Sim({"set", "0x2a", "unreadable=none"});
+  ProgramResult first = rig.Install();
+  EXPECT_PRED2(Has, first.out, "sending sketch.app");
+  EXPECT_EQ(Count(first.out, "  installed\n"), 2U) << first.out;
+  ASSERT_EQ(rig.Quarvel({"remove", "Notes", "--all"}).status, 0);
+
+  // One application of the two is there.
+  HostRig half;
+  half.Sim({"add", "--id", "0x2a", "--penlet",
+            "guid=sketch,name=Sketchpad,version=2.3,build=2,group=Notes,group-version=3.1"});
+  ProgramResult second = half.Install();
+  EXPECT_EQ(second.status, 0) << second.err;
+  EXPECT_PRED2(Has, second.out, "skipped       same version already installed\n");
+  EXPECT_EQ(Count(second.out, "  installed\n"), 1U) << second.out;
+
+  ProgramResult third = half.Install();
+  EXPECT_PRED2(Has, third.out, "nothing to do: the pen already holds everything");
+  EXPECT_EQ(half.Install({"--all", "--fail-if-current"}).status, 10);
+  ProgramResult forced = half.Install({"--all", "--force", "--quiet"});
+  EXPECT_EQ(forced.status, 0);
+  EXPECT_EQ(forced.out + forced.err, "");
+}
+
+TEST(Program, WritesJsonLinesOnStandardOutputOnly) {
+  HostRig rig;
+  rig.AddPen();
+  ProgramResult result = rig.Install({"--all", "--json"});
+  ASSERT_EQ(result.status, 0) << result.err;
+  std::vector<Json> lines = Lines(result.out);
+  ASSERT_GE(lines.size(), 4U);
+  for (const Json& line : lines) EXPECT_EQ(line.at("schema"), 1) << line;
+  EXPECT_EQ(lines.front().at("event"), "run");
+  EXPECT_EQ(lines.front().at("pen"), kAda);
+  std::string files;
+  for (const Json& line : EventsOf(result.out, "package")) {
+    if (line.at("state") == "finished") files += line.at("file").get<std::string>() + ' ';
+  }
+  EXPECT_EQ(files, "sketch.app writer.app ");
+  const Json& end = lines.back();
+  EXPECT_EQ(end.at("event"), "result");
+  EXPECT_EQ(end.at("class"), "done");
+  EXPECT_EQ(end.at("packages").at(1).at("outcome"), "installed");
+  EXPECT_PRED2(Has, result.err, "  installed");
+}
+
+TEST(Program, EveryFailureIsAnEventToo) {
+  HostRig rig;
+  rig.AddPen("0x2a", {"free-space=0"});
+  ProgramResult stopped = rig.Install({"--all", "--json"});
+  std::vector<Json> errors = EventsOf(stopped.out, "error");
+  ASSERT_EQ(errors.size(), 1U) << stopped.out;
+  EXPECT_EQ(errors[0].at("decision"), "stop");
+  EXPECT_EQ(errors[0].at("code"), -201);
+  EXPECT_EQ(EventsOf(stopped.out, "result").at(0).at("exit"), 5);
+
+  ProgramResult skipped = rig.Install({"--all", "--json", "--on-error", "skip"});
+  EXPECT_EQ(EventsOf(skipped.out, "error").size(), 2U) << skipped.out;
+  ProgramResult missing = rig.Quarvel({"install", "DIR/none.bundle", "--cert", "CERT", "--all", "--json"});
+  EXPECT_EQ(EventsOf(missing.out, "result").at(0).at("class"), "bundle");
+  ProgramResult noPen = rig.Quarvel({"install", "BUNDLE", "--cert", "CERT", "--pen", "9", "--json"});
+  EXPECT_TRUE(EventsOf(noPen.out, "result").at(0).at("code").is_null());
+}
+
+TEST(Program, NeverInstallsAPackageThatFailsItsSignatureCheck) {
+  TestBundleOptions options = NotesBundle();
+  const TestIdentity& other = MakeTestIdentity("/C=SE/O=Elsewhere/CN=Nobody", 1);
+  options.signerOf = {{"Notes/writer.app", &other}};
+  HostRig rig(options);
+  rig.AddPen();
+  ProgramResult result = rig.Install({"--all", "--on-error", "skip"});
+  EXPECT_EQ(result.status, 4) << result.err;
+  EXPECT_FALSE(Has(rig.Quarvel({"pens"}).out, "Writer"));
+}
+
+TEST(Program, ReplacesFirmwareAndTellsItsWaits) {
+  HostRig rig(FirmwareBundle());
+  rig.AddPen("0x2a", {"leave-time=1500", "return-time=1500"});
+  ProgramResult result = rig.Install({"--all", "--json"});
+  ASSERT_EQ(result.status, 0) << result.err;
+  std::vector<Json> waits = EventsOf(result.out, "wait");
+  ASSERT_FALSE(waits.empty());
+  EXPECT_EQ(waits[0].at("limit"), 60);
+  EXPECT_PRED2(Has, result.err, "waiting for the pen to return: up to 60 s");
+  Json pens = Json::parse(rig.Quarvel({"pens", "--json"}).out);
+  EXPECT_EQ(pens.at("pens").at(0).at("firmware"), "8.9.15.b2");
+}
+
+TEST(Program, FirmwareThatDoesNotTakeIsAFailedVerification) {
+  HostRig rig(FirmwareBundle());
+  rig.AddPen("0x2a", {"returns-with=8.9.13.b9"});
+  ProgramResult result = rig.Install();
+  EXPECT_EQ(result.status, 7) << result.out << result.err;
+  EXPECT_PRED2(Has, result.err, "What to do: ");
+}
+
+TEST(Program, ServesSeveralPensAtOnce) {
+  HostRig rig;
+  rig.AddPen("0x2a").AddPen("0x2b").AddPen("0x2c", {"free-space=0"});
+  ProgramResult two = rig.Install({"--pen", "0x2b", "--pen", "42", "--pen", "43", "--json"});
+  ASSERT_EQ(two.status, 0) << two.err;
+  std::vector<Json> results = EventsOf(two.out, "result");
+  ASSERT_EQ(results.size(), 2U);
+  EXPECT_EQ(results[0].at("pen"), kBo);
+  EXPECT_EQ(results[1].at("pen"), kAda);
+
+  ProgramResult all = rig.Install({"--all", "--fail-if-current"});
+  EXPECT_EQ(all.status, 5) << "the pen that is full fails, whatever the others do";
+  EXPECT_EQ(Count(all.out, "nothing to do"), 2U) << all.out;
+  EXPECT_EQ(rig.Quarvel({"verify", "BUNDLE", "--cert", "CERT", "--all"}).status, 0);
+}
+
+TEST(Program, ListsPensWithWhatTheyHold) {
+  HostRig rig;
+  EXPECT_PRED2(Has, rig.Quarvel({"pens"}).out, "No pen is connected.");
+  rig.AddPen();
+  rig.Sim({"add", "--id", "0x2b"});
+  rig.Sim({"set", "0x2b", "mode=download"});
+  ProgramResult table = rig.Quarvel({"pens"});
+  EXPECT_PRED2(Has, table.out, "8.9.14.b1");
+  EXPECT_PRED2(Has, table.out, "Notes 3.0");
+  EXPECT_PRED2(Has, table.out, "(tells no id)");
+  EXPECT_PRED2(Has, table.out, "download");
+  EXPECT_EQ(rig.Quarvel({"pens", "--ids"}).out, std::string(kAda) + '\n');
+  Json pens = Json::parse(rig.Quarvel({"pens", "--json"}).out).at("pens");
+  ASSERT_EQ(pens.size(), 2U);
+  EXPECT_EQ(pens[0].at("penlets").at(0).at("groupVersion"), "3.0");
+  EXPECT_TRUE(pens[1].at("id").is_null());
+  EXPECT_PRED2(Has, rig.Install().err, "");
+  EXPECT_PRED2(Has, rig.Install({"--all", "--firmware"}).err, "A pen in download mode is connected that tells no id");
+}
+
+// A terminal that `script` makes.
+TEST(Program, DrawsOneLinePerPenOnATerminal) {
+  struct Case {
+    const char* name;
+    const char* environment;
+    bool moves;
+    bool colours;
+  };
+  for (const Case& row : {Case{"colours", "", true, true}, Case{"no colour", "NO_COLOR=1", true, false},
+                          Case{"dumb", "TERM=dumb", false, false}}) {
+    SCOPED_TRACE(row.name);
+    HostRig rig;
+    rig.AddPen("0x2a", {"transfer-speed=400", "tick-size=16"});
+    ProgramResult result =
+        rig.Shell(std::string("export ") + row.environment +
+                  " COLUMNS=200; script -qec '\"$quarvel\" install \"$bundle\" --cert \"$cert\" --all' "
+                  "/dev/null");
+    EXPECT_EQ(result.status, 0) << result.out;
+    EXPECT_EQ(Has(result.out, "\x1b[K"), row.moves) << result.out;
+    EXPECT_EQ(Has(result.out, "\x1b[32m"), row.colours);
+    EXPECT_EQ(Has(result.out, "%"), row.moves);
+    if (row.moves) EXPECT_PRED2(Has, result.out, " left");
+  }
+}
+
+TEST(Program, AsksOnATerminal) {
+  for (const std::string answer : {"y", "n"}) {
+    SCOPED_TRACE(answer);
+    HostRig rig;
+    rig.AddPen("0x2a", {"free-space=0"});
+    ProgramResult result =
+        rig.Shell("(sleep 1; echo " + answer + "; sleep 1; echo " + answer +
+                  ") | script -qec '\"$quarvel\" install \"$bundle\" --cert \"$cert\" --all --on-error "
+                  "ask' /dev/null");
+    EXPECT_EQ(Count(result.out, "and go on? [y/N]"), answer == "y" ? 2U : 1U) << result.out;
+    EXPECT_EQ(result.status, answer == "y" ? 7 : 5);
+  }
+}
+
+}  // namespace

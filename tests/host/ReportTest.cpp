@@ -1,0 +1,60 @@
+// quarvel report: what the zip file holds, and what it does not tell.
+#include <gtest/gtest.h>
+#include <unzip.h>
+
+#include <array>
+#include <map>
+
+#include "tests/host/HostRig.h"
+
+namespace {
+
+std::map<std::string, std::string> Members(const std::string& file) {
+  std::map<std::string, std::string> members;
+  unzFile zip = unzOpen64(file.c_str());
+  for (int result = zip ? unzGoToFirstFile(zip) : UNZ_END_OF_LIST_OF_FILE; result == UNZ_OK;
+       result = unzGoToNextFile(zip)) {
+    std::array<char, 100> name{};
+    unz_file_info64 info{};
+    unzGetCurrentFileInfo64(zip, &info, name.data(), name.size(), nullptr, 0, nullptr, 0);
+    std::string text(static_cast<size_t>(info.uncompressed_size), '\0');
+    unzOpenCurrentFile(zip);
+    unzReadCurrentFile(zip, text.data(), static_cast<unsigned>(text.size()));
+    unzCloseCurrentFile(zip);
+    members[name.data()] = text;
+  }
+  if (zip) unzClose(zip);
+  return members;
+}
+
+TEST(Report, HoldsTheLastRunAndMasksPenIds) {
+  HostRig rig;
+  rig.AddPen("0x1122334455667788");
+  ASSERT_EQ(rig.Install().status, 0);
+  ASSERT_EQ(rig.Quarvel({"report", "-o", "DIR/report.zip"}).status, 0);
+  auto members = Members(rig.folder() / "report.zip");
+  for (const char* name : {"versions.json", "pens.json", "run.json", "events.jsonl", "quarvel.log", "bundle.json",
+                           "update.xml", "bom.xml"}) {
+    EXPECT_FALSE(members[name].empty()) << name;
+  }
+  for (const auto& [name, text] : members) {
+    EXPECT_FALSE(Has(text, "1122334455667788")) << name;
+    EXPECT_FALSE(Has(text, "1234605616436508552")) << name << ": the id as a decimal number";
+  }
+  EXPECT_EQ(Json::parse(members["pens.json"]).at("pens").at(0).at("id"), "pen-1");
+  EXPECT_EQ(EventsOf(members["events.jsonl"], "result").size(), 1U);
+  EXPECT_PRED2(Has, members["quarvel.log"], "insStartInstall");
+
+  ASSERT_EQ(rig.Quarvel({"report", "-o", "DIR/full.zip", "--full"}).status, 0);
+  EXPECT_PRED2(Has, Members(rig.folder() / "full.zip")["pens.json"], "0x1122334455667788");
+}
+
+TEST(Report, IsOfUseBeforeAnyRun) {
+  HostRig rig;
+  ProgramResult result = rig.Quarvel({"report", "-o", "DIR/report.zip"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_PRED2(Has, result.out, "there is no run to report");
+  EXPECT_EQ(Members(rig.folder() / "report.zip").size(), 2U);
+}
+
+}  // namespace
