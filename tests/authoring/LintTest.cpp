@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 #include <set>
 
 #include "authoring/Lint.h"
+#include "tests/support/RunProgram.h"
 #include "tests/support/TestBundle.h"
 
 namespace {
@@ -138,6 +140,81 @@ INSTANTIATE_TEST_SUITE_P(Rules, LintRow, testing::ValuesIn(kRows), [](const auto
   std::replace(name.begin(), name.end(), '-', '_');
   return name;
 });
+
+// What is just within bounds, or only looks like a trap, is no finding.
+TEST(Lint, FindsNothingJustWithinTheBounds) {
+  const Row kFine[] = {
+      {"name of 255 bytes", "", 0, "Games", std::string(255, 'n')},
+      {"guid of 15 characters", "", 0, "<GUID>chess", "<GUID>chess-and-check"},
+      {"version of 15 characters", "", 0, "<Version>1.2", "<Version>1.2345678901.2"},
+      {"version of five parts", "", 0, "<Version>1.2", "<Version>1.2.3.4_5"},
+      {"firmware suffix", "", 0, "<Version>8.9.15.b2", "<Version>8.9.16.b10"},
+      {"every pen", "", 0, "<PenTypes>1,2", "<PenTypes>0"},
+      {"boolean in capitals", "", 0, "<PenTypes>", "<Locked>TRUE</Locked><PenTypes>"},
+      {"comment", "", 0, "<FileList>", "<!-- one - two --><FileList>"},
+      {"references", "", 0, "<Name>Games", "<Name>&lt;&#65;&#x41;&amp;&gt;"},
+      {"line break in text", "", 0, "<Name>Games", "<Name>\nGames"},
+      {"line break before the end of a tag", "", 0, "\"red\"/>", "\"red\"\n/>"},
+      {"apostrophe in a value", "", 0, "value=\"red\"", "value=\"it's\""},
+      {"two folders deep", "", 0, nullptr, "", [](auto& o) { o.groups[0].folder = "Apps/Deep"; }},
+      {"same name in two folders", "", 0, nullptr, "",
+       [](auto& o) {
+         o.groups.push_back(o.groups[0]);
+         o.groups[1].folder = "More";
+         o.groups[1].packages.resize(1);
+         o.groups[1].packages[0].guid = "chess2";
+         o.groups[1].packages[0].transferOrder = "9";
+       }},
+      {"entry without a folder", "", 0, nullptr, "", [](auto& o) { EditBom(o, " folder=\"Apps\"", ""); }},
+      {"entry in capitals", "", 0, nullptr, "",
+       [](auto& o) { EditBom(o, "name=\"chess.pen\"", "name=\"CHESS.PEN\""); }},
+  };
+  for (const Row& row : kFine) {
+    SCOPED_TRACE(row.rule);
+    TestBundleOptions options = CleanOptions();
+    if (row.from) options.editUpdateXml = [&row](std::string& text) { Replace(text, row.from, row.to); };
+    if (row.change) row.change(options);
+    EXPECT_EQ(Describe(LintOf(options)), "");
+  }
+}
+
+TEST(Lint, AFolderIsJudgedByWhatPackingItWouldShip) {
+  TempFolder folder;
+  folder.Write("update.xml", TestUpdateXml(CleanOptions()));
+  folder.Write("Apps/chess.pen", "x");
+  folder.Write("Apps/firmware-8.9.15.b2.bin", "x");
+  folder.Write("a/b/c/d/notes.txt", "x");
+  std::unique_ptr<authoring::Contents> contents = authoring::Contents::Open(folder.path().string());
+  EXPECT_EQ(Describe(Lint(authoring::LintInput(*contents, {}))),
+            "unlisted-file a/b/c/d/notes.txt:0 No package names this file; it is left out of the bundle\n");
+}
+
+TEST(Lint, TheProgramTellsPlaceRemedyAndStatus) {
+  TestBundleOptions options = CleanOptions();
+  options.replaceMembers["Apps/read.me"] = "x";
+  TestBundle warned(options);
+  options.editUpdateXml = [](std::string& text) { Replace(text, "<PenTypes>1,2</PenTypes>", ""); };
+  TestBundle broken(options);
+  auto run = [](std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), {QUARVEL_BUNDLE_PROGRAM, "lint"});
+    return RunProgram(arguments);
+  };
+  EXPECT_EQ(run({warned.path()}).status, 0);
+  EXPECT_EQ(run({warned.path(), "--strict"}).status, 1);
+  EXPECT_EQ(run({warned.path(), "--strict", "--ignore", "unlisted-file"}).status, 0);
+  ProgramResult text = run({broken.path()});
+  EXPECT_EQ(text.status, 1);
+  EXPECT_NE(text.out.find("update.xml:4: error: The group \"Games\" names no pen types and goes to no pen "
+                          "[group-without-pen-types]\n    Add \"PenTypes\" with the types, or 0 for every pen.\n"),
+            std::string::npos)
+      << text.out;
+  auto json = nlohmann::json::parse(run({broken.path(), "--json"}).out);
+  EXPECT_EQ(json["errors"], 1);
+  EXPECT_EQ(json["warnings"], 1);
+  EXPECT_EQ(json["findings"][0]["line"], nullptr);
+  EXPECT_EQ(json["findings"][1]["line"], 4);
+  EXPECT_EQ(json["findings"][1]["name"], "group-without-pen-types");
+}
 
 TEST(Lint, TellsAFolderEntryByItsUnixBit) {
   TestBundleOptions options = CleanOptions();
