@@ -47,7 +47,7 @@ PackageRow& PackageList::Find(const PenUpdateProgressCallbackInfo& info) {
   std::string guid = TextOrEmpty(info.guid);
   if (!m_rows.empty()) {
     PackageRow& last = m_rows.back();
-    if (last.path == path && last.guid == guid && !last.finished) return last;
+    if (last.path == path && last.guid == guid) return last;
     last.finished = true;
   }
   PackageRow row;
@@ -62,7 +62,8 @@ PackageRow& PackageList::Find(const PenUpdateProgressCallbackInfo& info) {
   return m_rows.back();
 }
 
-// A package that is sent is reported complete twice: with its last byte, and when the pen has taken it.
+// A package that is sent is reported complete twice: with its last byte, and when the pen has taken it. One that is
+// sent in a single piece looks like a skipped one until then.
 PackageRow& PackageList::Take(const PenUpdateProgressCallbackInfo& info) {
   PackageRow& row = Find(info);
   if (info.result != insSuccess) {
@@ -72,8 +73,8 @@ PackageRow& PackageList::Take(const PenUpdateProgressCallbackInfo& info) {
   row.done = info.itemDone;
   row.total = info.itemTotal;
   bool complete = info.itemDone >= info.itemTotal;
-  row.finished = complete && (!row.transferred || row.sent);
-  row.sent = row.sent || (complete && row.transferred);
+  row.completions += complete ? 1 : 0;
+  row.finished = complete && (!row.transferred || row.completions > 1);
   row.transferred = row.transferred || !complete;
   return row;
 }
@@ -87,10 +88,11 @@ void PackageList::ConcludeInstall(InsResCode result, const std::vector<LogLine>&
       Conclude(row, "failed", TextOf(row.error).meaning);
     } else if (!reason.empty()) {
       Conclude(row, "skipped", reason);
-    } else if (row.finished || wentThrough) {
+    } else if (row.completions > 1 || wentThrough) {
       Conclude(row, "installed");
     } else {
-      Conclude(row, "not finished", row.sent ? "sent, but not confirmed by the pen" : "the run ended before");
+      Conclude(row, "not finished",
+               row.completions > 0 ? "sent, but not confirmed by the pen" : "the run ended before");
     }
   }
 }

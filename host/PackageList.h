@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/Events.h"
@@ -22,7 +23,7 @@ struct PackageRow {
   uint64_t done = 0;
   uint64_t total = 0;
   bool transferred = false;  // a part of it was sent
-  bool sent = false;         // its last byte was sent
+  int completions = 0;       // how often all its bytes were reported: skipped ones once, sent ones twice
   bool finished = false;     // the library is through with it, installed or not
   InsResCode error = insSuccess;
   // Filled by Conclude.
@@ -34,6 +35,10 @@ class PackageList {
  public:
   // Takes a report into account and returns the package that it is about.
   PackageRow& Take(const PenUpdateProgressCallbackInfo& info);
+  // Whether the package that was reported last is the one at `path`, and the library is through with it.
+  bool IsFinished(std::string_view path) const {
+    return !m_rows.empty() && m_rows.back().finished && m_rows.back().path == path;
+  }
   // Gives every package of an install its outcome, from the reports and from the log lines of the run.
   void ConcludeInstall(InsResCode result, const std::vector<LogLine>& lines);
   void ConcludeRemoval();

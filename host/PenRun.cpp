@@ -45,6 +45,7 @@ int32_t PenRun::Callback(int32_t penHandle, const PenUpdateProgressCallbackInfo*
 }
 
 int32_t PenRun::OnReport(int32_t penHandle, const Info& info) {
+  bool known = m_packages.IsFinished(TextOrEmpty(info.packageFile));
   const PackageRow& row = m_packages.Take(info);
   if (info.result != insSuccess) return OnError(row);
   {
@@ -52,7 +53,7 @@ int32_t PenRun::OnReport(int32_t penHandle, const Info& info) {
     m_watch.OnReport(penHandle, row.fileType, info.itemDone >= info.itemTotal);
     m_toldWait = WaitFor::kNothing;
   }
-  OnProgress(info, row);
+  if (!known) OnProgress(info, row);
   return m_context.interrupts.Requested() ? 1 : 0;
 }
 

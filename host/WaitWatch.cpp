@@ -26,6 +26,7 @@ Wait WaitWatch::Poll(std::span<const int32_t> handles, Time now) {
     m_what = what;
     m_since = now;
   }
+  if (what == WaitFor::kNothing) return {};
   auto seconds = std::chrono::duration_cast<std::chrono::seconds>(now - m_since).count();
   return {what, static_cast<int>(std::min<int64_t>(seconds, Wait::kLimit))};
 }

@@ -146,7 +146,7 @@ TEST(Lint, FindsNothingJustWithinTheBounds) {
   const Row kFine[] = {
       {"name of 255 bytes", "", 0, "Games", std::string(255, 'n')},
       {"guid of 15 characters", "", 0, "<GUID>chess", "<GUID>chess-and-check"},
-      {"version of 15 characters", "", 0, "<Version>1.2", "<Version>1.2345678901.2"},
+      {"version of 15 characters", "", 0, "<Version>1.2", "<Version>1.234567890.234"},
       {"version of five parts", "", 0, "<Version>1.2", "<Version>1.2.3.4_5"},
       {"firmware suffix", "", 0, "<Version>8.9.15.b2", "<Version>8.9.16.b10"},
       {"every pen", "", 0, "<PenTypes>1,2", "<PenTypes>0"},

@@ -78,7 +78,9 @@ TEST_P(SourceRow, IsReadAsTheLibraryReadsIt) {
   const XML document(text.c_str(), 1);
   const std::string shape = root ? Shape(*root) : "";
   EXPECT_EQ(shape, document.GetRootElement() ? Shape(*document.GetRootElement()) : "");
-  if (GetParam().shape) EXPECT_EQ(shape, GetParam().shape);
+  if (GetParam().shape) {
+    EXPECT_EQ(shape, GetParam().shape);
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Texts, SourceRow, testing::ValuesIn(kRows), [](const auto& row) {

@@ -133,7 +133,7 @@ TEST(PackageList, TellsSentFromSkippedFromFailed) {
                        {{"1", "CheckToInstall", "Skipped \"same\" version 1, Same version already installed"}});
   std::string outcomes;
   for (const PackageRow& row : list.Rows()) outcomes += row.file + ": " + row.outcome + "; ";
-  EXPECT_EQ(outcomes, "sent: installed; same: skipped; bad: failed; late: installed; ");
+  EXPECT_EQ(outcomes, "sent: installed; same: skipped; bad: failed; late: not finished; ");
   EXPECT_EQ(list.FirstError(), insAppFailed);
 }
 

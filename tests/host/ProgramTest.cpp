@@ -46,7 +46,7 @@ TEST(Program, EndsWithTheStatusOfTheFailuresClass) {
       {"no such bundle", {"verify", "DIR/none.bundle", "--cert", "CERT"}, 3, "A file was not found"},
       {"no archive", {"verify", "CERT", "--cert", "CERT"}, 3, "(-101)"},
       {"no such group",
-       {"install", "BUNDLE", "--cert", "CERT", "--all", "--group", "notes"},
+       {"install", "BUNDLE", "--cert", "CERT", "--all", "--group", "Sketches"},
        3,
        "No Resource for pen type 1"},
       {"foreign signer", {"install", "BUNDLE", "--cert", "FOREIGN", "--all"}, 4, "(-305)"},
@@ -72,7 +72,9 @@ TEST(Program, EndsWithTheStatusOfTheFailuresClass) {
     ProgramResult result = rig.Quarvel(row.arguments);
     EXPECT_EQ(result.status, row.status) << result.out << result.err;
     EXPECT_PRED2(Has, result.err.empty() ? result.out : result.err, row.says);
-    if (row.status == 2) EXPECT_EQ(Count(result.err, "\n"), 1U) << result.err;
+    if (row.status == 2) {
+      EXPECT_EQ(Count(result.err, "\n"), 1U) << result.err;
+    }
   }
 }
 
@@ -84,7 +86,7 @@ TEST(Program, TellsWhatBecameOfEachPackageAndWhy) {
   rig.AddPen();
   rig.Sim({"set", "0x2a", "unreadable=none"});
   ProgramResult first = rig.Install();
-  EXPECT_PRED2(Has, first.out, "sending sketch.app");
+  EXPECT_PRED2(Has, first.out, "through with sketch.pen");
   EXPECT_EQ(Count(first.out, "  installed\n"), 2U) << first.out;
   ASSERT_EQ(rig.Quarvel({"remove", "Notes", "--all"}).status, 0);
 
@@ -119,7 +121,7 @@ TEST(Program, WritesJsonLinesOnStandardOutputOnly) {
   for (const Json& line : EventsOf(result.out, "package")) {
     if (line.at("state") == "finished") files += line.at("file").get<std::string>() + ' ';
   }
-  EXPECT_EQ(files, "sketch.app writer.app ");
+  EXPECT_EQ(files, "sketch.pen writer.pen ");
   const Json& end = lines.back();
   EXPECT_EQ(end.at("event"), "result");
   EXPECT_EQ(end.at("class"), "done");
@@ -148,7 +150,7 @@ TEST(Program, EveryFailureIsAnEventToo) {
 TEST(Program, NeverInstallsAPackageThatFailsItsSignatureCheck) {
   TestBundleOptions options = NotesBundle();
   const TestIdentity& other = MakeTestIdentity("/C=SE/O=Elsewhere/CN=Nobody", 1);
-  options.signerOf = {{"Notes/writer.app", &other}};
+  options.signerOf = {{"Notes/writer.pen", &other}};
   HostRig rig(options);
   rig.AddPen();
   ProgramResult result = rig.Install({"--all", "--on-error", "skip"});
@@ -228,13 +230,15 @@ TEST(Program, DrawsOneLinePerPenOnATerminal) {
     rig.AddPen("0x2a", {"transfer-speed=400", "tick-size=16"});
     ProgramResult result =
         rig.Shell(std::string("export ") + row.environment +
-                  " COLUMNS=200; script -qec '\"$quarvel\" install \"$bundle\" --cert \"$cert\" --all' "
+                  "; script -qec 'stty cols 200; \"$quarvel\" install \"$bundle\" --cert \"$cert\" --all' "
                   "/dev/null");
     EXPECT_EQ(result.status, 0) << result.out;
     EXPECT_EQ(Has(result.out, "\x1b[K"), row.moves) << result.out;
     EXPECT_EQ(Has(result.out, "\x1b[32m"), row.colours);
     EXPECT_EQ(Has(result.out, "%"), row.moves);
-    if (row.moves) EXPECT_PRED2(Has, result.out, " left");
+    if (row.moves) {
+      EXPECT_PRED2(Has, result.out, " left");
+    }
   }
 }
 
