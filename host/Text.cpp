@@ -37,15 +37,20 @@ std::optional<uint64_t> ParsePenId(std::string_view text) {
   return id;
 }
 
+// In whole tenths, since 0.05 has no exact value and machines round it differently.
 std::string BytesText(uint64_t bytes) {
   constexpr uint64_t kilo = 1000;
   if (bytes < kilo) return fmt::format("{} B", bytes);
-  double value = static_cast<double>(bytes) / kilo;
-  for (std::string_view unit : {"kB", "MB"}) {
-    if (value < 999.95) return fmt::format("{:.1f} {}", value, unit);
-    value /= kilo;
+  uint64_t tenth = kilo / 10;
+  uint64_t tenths = 0;
+  std::string_view named;
+  for (std::string_view unit : {"kB", "MB", "GB"}) {
+    named = unit;
+    tenths = bytes / tenth + (bytes % tenth * 2 >= tenth ? 1 : 0);
+    if (tenths < 10 * kilo) break;
+    tenth *= kilo;
   }
-  return fmt::format("{:.1f} GB", value);
+  return fmt::format("{}.{} {}", tenths / 10, tenths % 10, named);
 }
 
 std::string DurationText(uint64_t seconds) {
