@@ -2,10 +2,12 @@
 // usage: install_cpp BUNDLE CERTIFICATE
 #include <quarvel/QuarvelPublic.h>
 
+#include <algorithm>
 #include <array>
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <span>
 #include <stdexcept>
 #include <string>
 
@@ -13,6 +15,8 @@
 extern "C" int32_t pcGetPenHandles(int32_t* handles, int32_t capacity);
 
 namespace {
+
+constexpr int32_t kMostPens = 20;
 
 std::string Meaning(InsResCode code) {
 #define ROW(name, value, text, remedy) \
@@ -49,19 +53,24 @@ class LoadedBundle {
   int m_handle = 0;
 };
 
-void InstallEverywhere(const std::string& bundleFile, const std::string& certificate) {
+// False when a pen did not get what the bundle has for it.
+bool InstallEverywhere(const std::string& bundleFile, const std::string& certificate) {
   const char* certificates[] = {certificate.c_str()};
   const PenUpdateCfg config{insFlagFirmware | insFlagApps, certificates, 1, nullptr};
   LoadedBundle bundle(bundleFile);
   bundle.Verify(config);
 
-  std::array<int32_t, 20> pens{};
-  const int32_t count = pcGetPenHandles(pens.data(), static_cast<int32_t>(pens.size()));
+  std::array<int32_t, kMostPens> pens{};
+  const int32_t count = std::min(pcGetPenHandles(pens.data(), kMostPens), kMostPens);
   if (count < 1) throw std::runtime_error("no pen is connected");
-  for (int32_t i = 0; i < count && i < static_cast<int32_t>(pens.size()); ++i) {
-    std::cout << "pen " << pens[static_cast<size_t>(i)] << '\n';
-    std::cout << "  " << Meaning(bundle.InstallOn(pens[static_cast<size_t>(i)], config)) << '\n';
+  bool isWell = true;
+  for (int32_t& pen : std::span(pens).first(static_cast<size_t>(count))) {
+    std::cout << "pen " << pen << '\n';
+    const InsResCode code = bundle.InstallOn(pen, config);
+    std::cout << "  " << Meaning(code) << '\n';
+    isWell = isWell && code >= 0;
   }
+  return isWell;
 }
 
 }  // namespace
@@ -70,8 +79,7 @@ int main(int argc, char** argv) try {
   if (argc != 3) throw std::runtime_error("usage: install_cpp BUNDLE CERTIFICATE");
   std::ifstream file(argv[2], std::ios::binary);
   const std::string certificate{std::istreambuf_iterator<char>(file), {}};
-  InstallEverywhere(argv[1], certificate);
-  return 0;
+  return InstallEverywhere(argv[1], certificate) ? 0 : 1;
 } catch (const std::exception& error) {
   std::cerr << error.what() << '\n';
   return 1;
