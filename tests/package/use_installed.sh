@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
 # use_installed.sh PROJECT PREFIX: builds hosts with what is installed below PREFIX alone and runs them, and the
-# installed programs, on a simulated pen. Of PROJECT only the examples are used, as copies outside of it.
+# installed programs, on a simulated pen. Of PROJECT only the examples and the readme
+# are used, as copies outside of it.
 set -euo pipefail
 project=$1 prefix=$2
 libraries=$(dirname "$(find "$prefix" -name 'libQuarvel.so.1')")
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-cp -r "$project/examples" "$project/scripts/lib/desk.sh" "$work"
+cp -r "$project/examples" "$project/scripts/lib/desk.sh" "$project/README.md" "$work"
 cd "$work"
 
 # Where the tree is the system's own, the loader knows it; a tree under another name finds its libraries by itself.
@@ -40,6 +41,11 @@ quarvel-bundle pack bundle -o autumn.bundle --key key.pem --cert cert.pem
 read -ra flags < <(pkg-config --cflags --libs quarvel)
 cc -std=c11 -Wall -Wextra -Wpedantic -Werror examples/install.c -o host "${flags[@]}" -lTessvik -Wl,-rpath,"$libraries"
 ./host autumn.bundle cert.pem | tail -1 | grep "result 0: success"
+
+echo "== the host in the readme"
+sed -n '/^```c$/,/^```$/{/^```/d;p}' README.md >readme.c
+cc -std=c11 -Wall -Wpedantic -Werror -c readme.c "${flags[@]}"
+nm readme.o | grep -q ' T install$'
 
 echo "== the installed programs find the pen in order"
 status=0
