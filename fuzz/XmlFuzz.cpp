@@ -9,7 +9,9 @@
 namespace {
 
 bool IsPlainName(std::string_view name) {
-  const auto isPlain = [](unsigned char c) { return isalnum(c) || c == '-' || c == '_' || c == '.'; };
+  const auto isPlain = [](unsigned char c) {
+    return isalnum(c) || c == '-' || c == '_' || c == '.' || c == ':' || c >= 0x80;
+  };
   return !name.empty() && std::all_of(name.begin(), name.end(), isPlain);
 }
 

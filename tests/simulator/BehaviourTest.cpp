@@ -122,9 +122,13 @@ TEST_F(Behaviour, APenMayReportItsPenletsBadly) {
     EXPECT_EQ(List(), row.list) << row.setting << "=" << row.value;
   }
   pens.Set(kPen, "penlet-count", "");
-  pens.Set(kPen, "unterminated", "true");
+  pens.Set(kPen, "unreadable", "notes");
   List();
   PenletInfo item{};
+  EXPECT_EQ(pcGetPenletItem(handle, 1, &item), pbErrUnreadable);
+  EXPECT_EQ(pcGetPenletItem(handle, 2, &item), pbErrIndex);
+  pens.Set(kPen, "unterminated", "true");
+  List();
   EXPECT_EQ(pcGetPenletItem(handle, 0, &item), 0);
   EXPECT_EQ(std::string(item.guid, sizeof item.guid), "clockxxxxxxxxxxx");
 }
