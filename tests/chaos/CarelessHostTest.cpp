@@ -1,6 +1,7 @@
 // What a host does from inside its callback, on a simulated pen.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <functional>
 #include <stdexcept>
 #include <string>
@@ -103,4 +104,20 @@ TEST_F(CarelessHost, EndsItsRunAndStartsAnother) {
     ExpectPenIsFree();
     EXPECT_EQ(Install([](const PenUpdateProgressCallbackInfo&) { return 0; }), insSuccess);
   }
+}
+
+TEST_F(CarelessHost, GetsItsResultWhateverBecomesOfTheLog) {
+  TempFolder folder;
+  const std::string paths[] = {"/dev/full", folder.path().string(), folder / "none/log", folder / "logs/log"};
+  for (const std::string& path : paths) {
+    folder.Write("logs/log", "");
+    EXPECT_EQ(insSetupLog(1, path.c_str(), 0), insSuccess) << path;
+    const InsResCode result = Install([&](const PenUpdateProgressCallbackInfo&) {
+      std::filesystem::remove_all(folder / "logs");
+      return 0;
+    });
+    EXPECT_EQ(result, insSuccess) << path;
+    EXPECT_GE(m_callbacks, 3) << path;
+  }
+  EXPECT_EQ(insSetupLog(0, nullptr, 0), insSuccess);
 }
