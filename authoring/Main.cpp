@@ -22,18 +22,22 @@ std::string UsageMessage(const CLI::App* app, const CLI::Error& error) {
   return fmt::format("quarvel-bundle: {}. See \"{} --help\".\n", error.what(), command);
 }
 
-}  // namespace
+constexpr const char* kExitStatuses =
+    "\nExit status:\n"
+    "  0  done\n"
+    "  1  a check ran and did not pass: findings, a failed verification, a difference\n"
+    "  2  the command line is not understood\n"
+    "  3  a file or folder cannot be read or written, or is not what the command needs\n"
+    "  4  a key, certificate, passphrase or signature cannot be used";
 
-int main(int argc, char** argv) {
+int Run(int argc, char** argv) {
   CLI::App app("Makes, signs, inspects and checks bundles for digital pens.", "quarvel-bundle");
   app.require_subcommand(1);
   app.set_version_flag("--version", QUARVEL_VERSION);
   app.failure_message(UsageMessage);
-  app.footer(
-      "Exit status: 0 done, 1 a check found something, 2 wrong usage, 3 a file cannot be read or written, 4 a key or "
-      "certificate cannot be used.");
   authoring::AddMakingCommands(app);
   authoring::AddInspectingCommands(app);
+  app.footer(kExitStatuses);
   try {
     app.parse(argc, argv);
   } catch (const CLI::RuntimeError& error) {
@@ -46,4 +50,14 @@ int main(int argc, char** argv) {
     return Fail(ExitStatus::kFile, unexpected.what());
   }
   return static_cast<int>(ExitStatus::kDone);
+}
+
+}  // namespace
+
+// What was said has not reached anybody before the stream is flushed.
+int main(int argc, char** argv) {
+  int status = Run(argc, argv);
+  bool lost = fflush(stdout) != 0;
+  return lost && status == 0 ? Fail(ExitStatus::kFile, "Standard output cannot be written; write it elsewhere.")
+                             : status;
 }

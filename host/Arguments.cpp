@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/Commands.h"
+#include "host/Console.h"
 #include "host/Failure.h"
 #include "host/Text.h"
 #include "host/Versions.h"
@@ -24,9 +25,10 @@ struct Parsed {
   Command command = nullptr;
 };
 
-CLI::App* AddCommand(CLI::App& app, Parsed& parsed, const std::string& name, const std::string& words,
-                     Command command) {
+CLI::App* AddCommand(CLI::App& app, Parsed& parsed, const std::string& name, const std::string& words, Command command,
+                     const std::string& example) {
   CLI::App* sub = app.add_subcommand(name, words);
+  sub->footer(fmt::format("\nExample: quarvel {} {}\n`quarvel --help` lists the exit statuses.", name, example));
   sub->final_callback([&parsed, command] { parsed.command = command; });
   return sub;
 }
@@ -52,8 +54,10 @@ void AddPens(CLI::App* sub, Parsed& parsed) {
 
 void AddBundle(CLI::App* sub, Parsed& parsed) {
   sub->add_option("BUNDLE", parsed.options.bundle, "The bundle's file")->required()->type_name("");
-  sub->add_option("--cert", parsed.options.certificates, "Files of trusted certificates (PEM); at least one")
+  sub->add_option("--cert", parsed.options.certificates, "File of a trusted certificate (PEM); again for several")
       ->required()
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
       ->type_name("FILE");
 }
 
@@ -67,7 +71,8 @@ void AddOutput(CLI::App* sub, Parsed& parsed) {
 
 void AddInstall(CLI::App& app, Parsed& parsed) {
   Options& options = parsed.options;
-  CLI::App* sub = AddCommand(app, parsed, "install", "Install a bundle on one or more pens", InstallCommand);
+  CLI::App* sub = AddCommand(app, parsed, "install", "Install a bundle on one or more pens", InstallCommand,
+                             "tools.bundle --cert maker.pem --all");
   AddBundle(sub, parsed);
   AddPens(sub, parsed);
   sub->add_option("--group", options.group, "Take only this group of the bundle")->type_name("NAME");
@@ -86,30 +91,32 @@ void AddInstall(CLI::App& app, Parsed& parsed) {
 
 void AddCommands(CLI::App& app, Parsed& parsed) {
   Options& options = parsed.options;
-  CLI::App* pens = AddCommand(app, parsed, "pens", "List the connected pens and what they hold", PensCommand);
+  CLI::App* pens =
+      AddCommand(app, parsed, "pens", "List the connected pens and what they hold", PensCommand, "--json > pens.json");
   AddPen(pens, parsed, "Show this pen only; again for several");
   pens->add_flag("--json", options.json, "One JSON document on standard output");
-  pens->add_flag("--ids", options.idsOnly, "Only the ids, one a line");
+  pens->add_flag("--ids", options.idsOnly, "Only the ids, one a line")->excludes("--json");
 
-  CLI::App* verify =
-      AddCommand(app, parsed, "verify", "Check a bundle's signatures, and that pens are ready for it", VerifyCommand);
+  CLI::App* verify = AddCommand(app, parsed, "verify", "Check a bundle's signatures, and that pens are ready for it",
+                                VerifyCommand, "tools.bundle --cert maker.pem --all");
   AddBundle(verify, parsed);
   AddPens(verify, parsed);
   AddOutput(verify, parsed);
 
   AddInstall(app, parsed);
 
-  CLI::App* remove = AddCommand(app, parsed, "remove", "Remove a group of applications from pens", RemoveCommand);
+  CLI::App* remove = AddCommand(app, parsed, "remove", "Remove a group of applications from pens", RemoveCommand,
+                                "Notes --pen 0x00000a1b2c3d4e5f");
   remove->add_option("GROUP", options.group, "The group's name; letter case counts")->required()->type_name("");
   AddPens(remove, parsed);
   AddOutput(remove, parsed);
 
-  CLI::App* report =
-      AddCommand(app, parsed, "report", "Gather versions, pens and the last run's traces for support", ReportCommand);
+  CLI::App* report = AddCommand(app, parsed, "report", "Gather versions, pens and the last run's traces for support",
+                                ReportCommand, "-o support.zip");
   report->add_option("-o,--output", options.output, "The zip file to write")->required()->type_name("FILE");
   report->add_flag("--full", options.full, "Leave pen ids as they are; else they are masked");
 
-  CLI::App* version = AddCommand(app, parsed, "version", "Tell the version of the library", VersionCommand);
+  CLI::App* version = AddCommand(app, parsed, "version", "Tell the version of the library", VersionCommand, "--json");
   version->add_flag("--json", options.json, "One JSON document on standard output");
 }
 
@@ -136,9 +143,17 @@ void Understand(Parsed& parsed, const CLI::App& app) {
                             app.got_subcommand("install") ? "install on" : "remove from"));
 }
 
+// A command whose output was lost is not done.
+ExitStatus Run(const Parsed& parsed) {
+  ExitStatus status = parsed.command(parsed.options);
+  if (status != ExitStatus::kDone || !IsOutputLost()) return status;
+  throw Failure(ExitStatus::kUsage, "Standard output cannot be written; write it elsewhere.");
+}
+
 }  // namespace
 
 int RunCommandLine(int argc, char** argv) {
+  PrepareStreams();
   CLI::App app("Installs signed application bundles onto digital pens.", "quarvel");
   app.require_subcommand(1);
   app.set_version_flag("--version", LibraryVersion);
@@ -150,7 +165,7 @@ int RunCommandLine(int argc, char** argv) {
   try {
     app.parse(argc, argv);
     Understand(parsed, app);
-    return static_cast<int>(parsed.command(parsed.options));
+    return static_cast<int>(Run(parsed));
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : static_cast<int>(ExitStatus::kUsage);
   } catch (const Failure& failure) {

@@ -1,6 +1,9 @@
 #include "host/Console.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <poll.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -17,7 +20,28 @@ bool IsCapableTerminal(FILE* stream) {
   return isatty(fileno(stream)) && !(kind && std::string_view(kind) == "dumb");
 }
 
+// Nothing may be thrown at a run for a line that cannot be shown.
+void WriteLine(FILE* stream, std::string_view text) {
+  fwrite(text.data(), 1, text.size(), stream);
+  fputc('\n', stream);
+}
+
 }  // namespace
+
+void PrepareStreams() {
+  signal(SIGPIPE, SIG_IGN);
+  for (int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    // The lowest free number is given, which is this one.
+    if (fcntl(stream, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0) _exit(1);
+  }
+}
+
+bool IsOutputLost() {
+  bool lost = fflush(stdout) != 0 || ferror(stdout) != 0;
+  pollfd output{STDOUT_FILENO, 0, 0};
+  bool unread = poll(&output, 1, 0) == 1 && (output.revents & POLLERR) != 0;
+  return lost && !unread;
+}
 
 Console::Console(bool json, bool quiet)
     : m_out(json ? stderr : stdout),
@@ -26,13 +50,13 @@ Console::Console(bool json, bool quiet)
       m_color(m_terminal && !HasText("NO_COLOR")) {}
 
 void Console::Line(std::string_view text) const {
-  if (!m_quiet) fmt::print(m_out, "{}\n", text);
+  if (!m_quiet) WriteLine(m_out, text);
   fflush(m_out);
 }
 
 void Console::Problem(std::string_view text) const {
   fflush(m_out);
-  fmt::print(stderr, "{}\n", text);
+  WriteLine(stderr, text);
 }
 
 void Console::Raw(std::string_view text) const {

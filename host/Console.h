@@ -9,6 +9,12 @@
 #include <string>
 #include <string_view>
 
+// To be called before anything is opened or written: the reader of a stream that goes away must not end a run in the
+// middle, and a stream that is closed must not lend its number to a file that is opened later.
+void PrepareStreams();
+// Whether some of what was written to standard output could not be kept; not, when its reader wants no more.
+bool IsOutputLost();
+
 enum class Paint { kNone, kGood, kWarning, kBad };
 
 class Console {

@@ -79,6 +79,11 @@ PackageRow& PackageList::Take(const PenUpdateProgressCallbackInfo& info) {
   return row;
 }
 
+bool PackageList::NeedLog() const {
+  return std::any_of(m_rows.begin(), m_rows.end(),
+                     [](const PackageRow& row) { return row.error == insSuccess && row.completions < 2; });
+}
+
 void PackageList::ConcludeInstall(InsResCode result, const std::vector<LogLine>& lines) {
   std::vector<LogLine> remaining = lines;
   bool wentThrough = result == insSuccess || result == insVerifyPenFailed;

@@ -39,6 +39,9 @@ class PackageList {
   bool IsFinished(std::string_view path) const {
     return !m_rows.empty() && m_rows.back().finished && m_rows.back().path == path;
   }
+  // Whether the reports leave open what became of a package: one that is reported complete once was skipped, or sent in
+  // one piece and not confirmed.
+  bool NeedLog() const;
   // Gives every package of an install its outcome, from the reports and from the log lines of the run.
   void ConcludeInstall(InsResCode result, const std::vector<LogLine>& lines);
   void ConcludeRemoval();

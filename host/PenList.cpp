@@ -111,6 +111,7 @@ std::vector<int32_t> PenHandles() {
   std::vector<int32_t> handles(kMaximumPens);
   int32_t count = pcGetPenHandles(handles.data(), kMaximumPens);
   handles.resize(static_cast<size_t>(std::clamp(count, 0, kMaximumPens)));
+  std::erase(handles, 0);  // those that a wrong count claims
   return handles;
 }
 

@@ -51,7 +51,7 @@ int32_t PenRun::OnReport(int32_t penHandle, const Info& info) {
   {
     std::lock_guard<std::mutex> guard(m_waitLock);
     m_watch.OnReport(penHandle, row.fileType, info.itemDone >= info.itemTotal);
-    m_toldWait = WaitFor::kNothing;
+    m_toldWait = {};
   }
   if (!known) OnProgress(info, row);
   return m_context.interrupts.Requested() ? 1 : 0;
@@ -146,14 +146,20 @@ void PenRun::Poll(std::span<const int32_t> handles) {
   std::lock_guard<std::mutex> guard(m_waitLock);
   if (m_done) return;
   Wait wait = m_watch.Poll(handles, std::chrono::steady_clock::now());
-  if (wait.what == WaitFor::kNothing) return;
-  std::string_view what = wait.what == WaitFor::kLeave ? "leave" : "return";
-  m_context.progress.Show(
-      m_line, fmt::format("{}  waiting for the pen to {}: {} of {} s", Id(), what, wait.seconds, Wait::kLimit), true);
-  if (wait.what != m_toldWait) {
-    m_context.progress.SayIfStill(fmt::format("{}: waiting for the pen to {}: up to {} s", Id(), what, Wait::kLimit));
+  if (wait.what != WaitFor::kNothing && wait != m_toldWait) TellWait(wait);
+  m_toldWait = wait;
+}
+
+void PenRun::TellWait(const Wait& wait) {
+  bool sure = wait.what != WaitFor::kPerhapsLeave;
+  std::string_view what = wait.what == WaitFor::kReturn ? "return" : "leave";
+  std::string text =
+      sure ? fmt::format("waiting for the pen to {}", what) : "reading the pen, or waiting for it to leave";
+  m_context.progress.Show(m_line, fmt::format("{}  {}: {} of {} s", Id(), text, wait.seconds, Wait::kLimit), true);
+  if (wait.what != m_toldWait.what) {
+    m_context.progress.SayIfStill(fmt::format("{}: {}: up to {} s", Id(), text, Wait::kLimit));
   }
-  m_toldWait = wait.what;
+  if (!sure) return;
   m_context.events.Write("wait", {{"pen", Id()}, {"for", what}, {"seconds", wait.seconds}, {"limit", Wait::kLimit}});
 }
 

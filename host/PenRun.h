@@ -38,7 +38,8 @@ class PenRun {
   void Execute(const Work& work);
   static int32_t Callback(int32_t penHandle, const PenUpdateProgressCallbackInfo* info, void* userData);
 
-  // Looks whether the library waits for the pen; called once a second with the handles on the bus.
+  // Looks whether the library waits for the pen; called some times a second with the handles on the bus. Tells it when
+  // a wait begins and once for each second.
   void Poll(std::span<const int32_t> handles);
   void RequestAbort() const;
   bool IsDone() const { return m_done; }
@@ -61,6 +62,7 @@ class PenRun {
   int32_t OnError(const PackageRow& row);
   bool DecideToSkip(const PackageRow& row);
   void TellPackage(const Info& info, const PackageRow& row);
+  void TellWait(const Wait& wait);
   double Rate(const Info& info, Time now);
 
   RunContext& m_context;
@@ -81,7 +83,7 @@ class PenRun {
 
   std::mutex m_waitLock;  // guards what follows
   WaitWatch m_watch;
-  WaitFor m_toldWait = WaitFor::kNothing;
+  Wait m_toldWait;
 };
 
 #endif

@@ -46,8 +46,8 @@ std::string StateLeft(const std::optional<Pen>& pen) {
 
 }  // namespace
 
-std::vector<LogLine> LinesOf(const Session& session, const PenRun& run, std::string_view function) {
-  if (!run.Began()) return {};
+std::vector<LogLine> LinesOf(const Session& session, PenRun& run, std::string_view function) {
+  if (!run.Began() || (run.Result() == insSuccess && !run.Packages().NeedLog())) return {};
   return session.log().LinesOfCall(run.LogThread(), function, fmt::format("-Ret={}, ", run.Result()));
 }
 

@@ -15,8 +15,9 @@ struct RunEnd {
   std::string detail;
 };
 
-// What the run's call of the exported `function` wrote into the log.
-std::vector<LogLine> LinesOf(const Session& session, const PenRun& run, std::string_view function);
+// What the run's call of the exported `function` wrote into the log; nothing, and no wait for the log, when the run's
+// reports tell everything.
+std::vector<LogLine> LinesOf(const Session& session, PenRun& run, std::string_view function);
 // A run with code 0 in which a package failed and was passed over ends with that failure's status.
 RunEnd EndOf(PenRun& run, const std::string& detail);
 void ShowPackages(const Console& console, const PenRun& run, const std::vector<PackageRow>& rows);

@@ -67,14 +67,16 @@ bool AllDone(const std::vector<std::unique_ptr<PenRun>>& runs) {
   return std::all_of(runs.begin(), runs.end(), [](const auto& run) { return run->IsDone(); });
 }
 
-// Once a second: tells what the library waits for, and repeats an abort, which the library forgets when it comes
-// while a run only begins.
-void Watch(const std::vector<std::unique_ptr<PenRun>>& runs, const Interrupts& interrupts) {
+// Tells what the library waits for.
+void TellWaits(const std::vector<std::unique_ptr<PenRun>>& runs) {
   std::vector<int32_t> handles = PenHandles();
-  for (const auto& run : runs) {
-    run->Poll(handles);
-    if (interrupts.Requested()) run->RequestAbort();
-  }
+  for (const auto& run : runs) run->Poll(handles);
+}
+
+// Once a second, since the library forgets an abort that comes while a run only begins.
+void RepeatAbort(const std::vector<std::unique_ptr<PenRun>>& runs, const Interrupts& interrupts) {
+  if (!interrupts.Requested()) return;
+  for (const auto& run : runs) run->RequestAbort();
 }
 
 }  // namespace
@@ -118,7 +120,8 @@ void Session::RunOnPens(const std::vector<std::unique_ptr<PenRun>>& runs, const 
   constexpr int ticksPerSecond = 20;
   for (int tick = 1; !AllDone(runs); ++tick) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1000 / ticksPerSecond));
-    if (tick % ticksPerSecond == 0) Watch(runs, m_interrupts);
+    if (tick % (ticksPerSecond / 4) == 0) TellWaits(runs);
+    if (tick % ticksPerSecond == 0) RepeatAbort(runs, m_interrupts);
   }
   threads.clear();
   m_interrupts.Attend([](int) {});

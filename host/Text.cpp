@@ -60,5 +60,5 @@ std::string DurationText(uint64_t seconds) {
 }
 
 std::string TimeText() {
-  return fmt::format("{:%Y-%m-%dT%H:%M:%S%z}", fmt::localtime(time(nullptr)));
+  return fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(time(nullptr)));
 }

@@ -34,7 +34,7 @@ std::string BytesText(uint64_t bytes);
 // "0:07", "12:30", "1:02:03".
 std::string DurationText(uint64_t seconds);
 
-// The local time in the form 2026-11-21T08:30:00+0100.
+// The time in the form 2026-11-21T08:30:00Z.
 std::string TimeText();
 
 #endif

@@ -2,6 +2,12 @@
 
 #include <algorithm>
 
+namespace {
+
+constexpr int kLongToRead = 3;  // seconds; most pens are read in one
+
+}  // namespace
+
 // The last byte of a download is reported twice: when it was sent, and once more when the pen is back.
 void WaitWatch::OnReport(int32_t penHandle, std::string_view fileType, bool complete) {
   m_penHandle = penHandle;
@@ -16,6 +22,7 @@ void WaitWatch::OnReport(int32_t penHandle, std::string_view fileType, bool comp
 WaitFor WaitWatch::Expected(bool present) const {
   if (!m_firmware || m_phase == Phase::kDownloading) return WaitFor::kNothing;
   if (!present) return WaitFor::kReturn;
+  if (m_phase == Phase::kSilent) return WaitFor::kPerhapsLeave;
   return m_phase == Phase::kDownloaded ? WaitFor::kLeave : WaitFor::kNothing;
 }
 
@@ -28,5 +35,6 @@ Wait WaitWatch::Poll(std::span<const int32_t> handles, Time now) {
   }
   if (what == WaitFor::kNothing) return {};
   auto seconds = std::chrono::duration_cast<std::chrono::seconds>(now - m_since).count();
+  if (what == WaitFor::kPerhapsLeave && seconds < kLongToRead) return {};
   return {what, static_cast<int>(std::min<int64_t>(seconds, Wait::kLimit))};
 }

@@ -2,6 +2,8 @@
 // The library does not report its waits; they show in what the callback reported last and in the handles on the bus:
 //   - a download that has sent its last byte: the pen must leave, then return;
 //   - a pen that is gone while no download runs: it was sent into download mode and must return.
+// That a pen is on its way into download mode does not show before it is gone: a run that has not reported anything
+// for some seconds still reads the pen, or waits for it to leave.
 // One per pen; its owner serialises the calls.
 #ifndef QUARVEL_HOST_WAITWATCH_H
 #define QUARVEL_HOST_WAITWATCH_H
@@ -11,12 +13,13 @@
 #include <span>
 #include <string_view>
 
-enum class WaitFor { kNothing, kLeave, kReturn };
+enum class WaitFor { kNothing, kPerhapsLeave, kLeave, kReturn };
 
 struct Wait {
   WaitFor what = WaitFor::kNothing;
   int seconds = 0;  // passed so far, at most kLimit
   static constexpr int kLimit = 60;
+  bool operator==(const Wait&) const = default;
 };
 
 class WaitWatch {
@@ -32,13 +35,13 @@ class WaitWatch {
   Wait Poll(std::span<const int32_t> handles, Time now);
 
  private:
-  enum class Phase { kBetween, kDownloading, kDownloaded };
+  enum class Phase { kSilent, kBetween, kDownloading, kDownloaded };
 
   WaitFor Expected(bool present) const;
 
   int32_t m_penHandle;
   bool m_firmware;
-  Phase m_phase = Phase::kBetween;
+  Phase m_phase = Phase::kSilent;
   WaitFor m_what = WaitFor::kNothing;
   Time m_since{};
 };

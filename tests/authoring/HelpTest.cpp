@@ -54,6 +54,17 @@ TEST(Help, NamesTheSameOptionsAsCompletionsAndManual) {
   EXPECT_EQ(manual, all);
 }
 
+TEST(Help, NamesTheSameExitStatusesAsTheManual) {
+  const std::string help = RunProgram({QUARVEL_BUNDLE_PROGRAM, "--help"}).out;
+  const std::string manual = ReadWholeFile(kSource + "/docs/man/quarvel-bundle.1");
+  static const std::regex kStatus("\n *([0-9]  [^\n]+)");
+  auto statuses = [](const std::string& text) {
+    return std::vector<std::string>(std::sregex_token_iterator(text.begin(), text.end(), kStatus, 1), {});
+  };
+  EXPECT_EQ(statuses(help.substr(help.find("Exit status:"))), statuses(manual.substr(manual.find("EXIT STATUS"))));
+  EXPECT_EQ(statuses(manual).size(), 5u);
+}
+
 TEST(Help, ManualListsEveryFinding) {
   const std::string manual = WithPlainHyphens(ReadWholeFile(kSource + "/docs/man/quarvel-bundle.1"));
   for (const authoring::LintRule* rule : authoring::AllLintRules()) {

@@ -107,6 +107,27 @@ TEST_F(PackTest, OpensAnEncryptedKeyWithThePassphraseOfAFile) {
   EXPECT_EQ(missing.status, 3) << missing.err;
 }
 
+// On a terminal that `script` makes.
+TEST_F(PackTest, AsksForThePassphraseOfAnEncryptedKey) {
+  m_folder.Write("key.pem", EncryptKey(MakeTestIdentity().keyPem, "open sesame"));
+  const std::string script =
+      "cd \"$folder\"; (for i in $(seq 300); do grep -q Passphrase shown && break; sleep 0.1; done; sleep 0.3; "
+      "echo \"$typed\") | script -qefc '\"$program\" pack bundle -o out.zip --key key.pem --cert cert.pem' shown";
+  for (const std::string typed : {"open sesame", "open says me"}) {
+    SCOPED_TRACE(typed);
+    m_folder.Write("shown", "");
+    ProgramResult result = RunProgram(
+        {"/bin/sh", "-c", script},
+        {.stdinText = "",
+         .environment = {{"folder", m_folder.path()}, {"typed", typed}, {"program", QUARVEL_BUNDLE_PROGRAM}}});
+    bool right = typed == "open sesame";
+    EXPECT_EQ(result.status, right ? 0 : 4) << result.out;
+    EXPECT_NE(result.out.find("Passphrase of the key: "), std::string::npos) << result.out;
+    EXPECT_EQ(result.out.find(typed), std::string::npos) << "it is shown";
+    EXPECT_EQ(fs::remove(m_folder / "out.zip"), right);
+  }
+}
+
 TEST_F(PackTest, TwoStepsGiveTheSameBundleAsOne) {
   ASSERT_EQ(RunPack("packed.zip").status, 0);
   ASSERT_EQ(RunDigest().status, 0);

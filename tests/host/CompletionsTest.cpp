@@ -47,6 +47,24 @@ TEST(Completions, OfferWhatEachCommandTakes) {
   }
 }
 
+// What the script for bash offers behind the words, with the pen 0x2a connected.
+std::string Offered(const HostRig& rig, const std::string& words) {
+  return rig
+      .Shell("source '" QUARVEL_SOURCE_DIR "/packaging/completions/bash/quarvel'; COMP_WORDS=(\"$quarvel\" " + words +
+             "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _quarvel; echo \"${COMPREPLY[*]}\"")
+      .out;
+}
+
+TEST(Completions, OfferPensDecisionsAndCommands) {
+  HostRig rig;
+  rig.AddPen();
+  EXPECT_EQ(Offered(rig, "install --pen ''"), std::string(kAda) + '\n');
+  EXPECT_EQ(Offered(rig, "install x --on-error s"), "stop skip\n");
+  EXPECT_EQ(Offered(rig, "re"), "remove report\n");
+  EXPECT_EQ(Offered(rig, "remove --f"), "\n");
+  EXPECT_EQ(Offered(rig, "install ''"), "\n") << "then files are offered";
+}
+
 TEST(Completions, TheManualListsEveryExitStatus) {
   HostRig rig;
   std::string manual = std::regex_replace(Source("docs/man/quarvel.1"), std::regex(R"(\\-)"), "-");

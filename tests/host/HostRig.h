@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <future>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
@@ -103,6 +104,16 @@ class HostRig {
   TempFolder m_folder;
   TestBundle m_bundle;
 };
+
+// What `run` gives for each case. The cases go side by side, since the program mostly waits for pens and for its log.
+template <typename Cases, typename Run>
+std::vector<ProgramResult> RunAll(const Cases& cases, Run run) {
+  std::vector<std::future<ProgramResult>> running;
+  for (const auto& row : cases) running.push_back(std::async(std::launch::async, run, std::cref(row)));
+  std::vector<ProgramResult> results;
+  for (auto& one : running) results.push_back(one.get());
+  return results;
+}
 
 // Every line, parsed; a line that is no JSON throws.
 inline std::vector<Json> Lines(const std::string& text) {

@@ -164,6 +164,7 @@ TEST(WaitWatch, CountsTheSecondsOfEachWaitByItself) {
     }
   };
   follow({{"on the bus", {1, 7}, 0, WaitFor::kNothing, 0},
+          {"still silent", {1, 7}, 4, WaitFor::kPerhapsLeave, 4},
           {"gone", {7}, 5, WaitFor::kReturn, 0},
           {"still gone", {7}, 8, WaitFor::kReturn, 3},
           {"never more than the limit", {}, 500, WaitFor::kReturn, 60}});

@@ -34,6 +34,7 @@ TEST(Program, EndsWithTheStatusOfTheFailuresClass) {
        2,
        "go not in {stop,skip,ask}"},
       {"nobody to ask", {"install", "BUNDLE", "--cert", "CERT", "--all", "--on-error", "ask"}, 2, "needs a terminal"},
+      {"all in one document", {"pens", "--json", "--ids"}, 2, "--json excludes --ids"},
       {"no certificate file",
        {"verify", "BUNDLE", "--cert", "DIR/none.pem"},
        2,
@@ -64,12 +65,16 @@ TEST(Program, EndsWithTheStatusOfTheFailuresClass) {
        "(-202)",
        {"free-space=0"}},
   };
-  for (const StatusCase& row : cases) {
-    SCOPED_TRACE(row.name);
+  std::vector<ProgramResult> results = RunAll(cases, [](const StatusCase& row) {
     HostRig rig;
     rig.AddPen("0x2a", row.settings);
     if (!row.fault.empty()) rig.Sim({"fault", row.fault[0]});
-    ProgramResult result = rig.Quarvel(row.arguments);
+    return rig.Quarvel(row.arguments);
+  });
+  for (size_t i = 0; i < results.size(); ++i) {
+    const StatusCase& row = cases[i];
+    const ProgramResult& result = results[i];
+    SCOPED_TRACE(row.name);
     EXPECT_EQ(result.status, row.status) << result.out << result.err;
     EXPECT_PRED2(Has, result.err.empty() ? result.out : result.err, row.says);
     if (row.status == 2) {
@@ -160,12 +165,13 @@ TEST(Program, NeverInstallsAPackageThatFailsItsSignatureCheck) {
 
 TEST(Program, ReplacesFirmwareAndTellsItsWaits) {
   HostRig rig(FirmwareBundle());
-  rig.AddPen("0x2a", {"leave-time=1500", "return-time=1500"});
+  rig.AddPen("0x2a", {"leave-time=1500", "return-time=1500", "tick-size=16"});
   ProgramResult result = rig.Install({"--all", "--json"});
   ASSERT_EQ(result.status, 0) << result.err;
   std::vector<Json> waits = EventsOf(result.out, "wait");
   ASSERT_FALSE(waits.empty());
   EXPECT_EQ(waits[0].at("limit"), 60);
+  EXPECT_PRED2(Has, result.err, "waiting for the pen to leave: up to 60 s");
   EXPECT_PRED2(Has, result.err, "waiting for the pen to return: up to 60 s");
   Json pens = Json::parse(rig.Quarvel({"pens", "--json"}).out);
   EXPECT_EQ(pens.at("pens").at(0).at("firmware"), "8.9.15.b2");
@@ -177,6 +183,29 @@ TEST(Program, FirmwareThatDoesNotTakeIsAFailedVerification) {
   ProgramResult result = rig.Install();
   EXPECT_EQ(result.status, 7) << result.out << result.err;
   EXPECT_PRED2(Has, result.err, "What to do: ");
+}
+
+// Nobody reads the events, or they cannot be kept: the pen still gets everything.
+TEST(Program, ARunOutlivesItsReader) {
+  struct Case {
+    const char* name;
+    const char* where;
+    int status;
+  };
+  const Case cases[] = {{"gone", "| true", 0}, {"closed", ">&-", 0}, {"full disk", ">/dev/full", 2}};
+  std::vector<ProgramResult> results = RunAll(cases, [](const Case& row) {
+    HostRig rig;
+    rig.AddPen("0x2a", {"transfer-speed=400", "tick-size=16"});
+    ProgramResult result = rig.Shell(std::string("\"$quarvel\" install \"$bundle\" --cert \"$cert\" --all --json ") +
+                                     row.where + "; exit ${PIPESTATUS[0]}");
+    result.out = rig.Quarvel({"pens"}).out;
+    return result;
+  });
+  for (size_t i = 0; i < results.size(); ++i) {
+    SCOPED_TRACE(cases[i].name);
+    EXPECT_PRED2(Has, results[i].out, "Writer");
+    EXPECT_EQ(results[i].status, cases[i].status) << results[i].err;
+  }
 }
 
 TEST(Program, ServesSeveralPensAtOnce) {
@@ -223,15 +252,19 @@ TEST(Program, DrawsOneLinePerPenOnATerminal) {
     bool moves;
     bool colours;
   };
-  for (const Case& row : {Case{"colours", "", true, true}, Case{"no colour", "NO_COLOR=1", true, false},
-                          Case{"dumb", "TERM=dumb", false, false}}) {
-    SCOPED_TRACE(row.name);
+  const Case cases[] = {
+      {"colours", "", true, true}, {"no colour", "NO_COLOR=1", true, false}, {"dumb", "TERM=dumb", false, false}};
+  std::vector<ProgramResult> results = RunAll(cases, [](const Case& row) {
     HostRig rig;
     rig.AddPen("0x2a", {"transfer-speed=400", "tick-size=16"});
-    ProgramResult result =
-        rig.Shell(std::string("export ") + row.environment +
-                  "; script -qec 'stty cols 200; \"$quarvel\" install \"$bundle\" --cert \"$cert\" --all' "
-                  "/dev/null");
+    return rig.Shell(std::string("export ") + row.environment +
+                     "; script -qec 'stty cols 200; \"$quarvel\" install \"$bundle\" --cert \"$cert\" --all' "
+                     "/dev/null");
+  });
+  for (size_t i = 0; i < results.size(); ++i) {
+    const Case& row = cases[i];
+    const ProgramResult& result = results[i];
+    SCOPED_TRACE(row.name);
     EXPECT_EQ(result.status, 0) << result.out;
     EXPECT_EQ(Has(result.out, "\x1b[K"), row.moves) << result.out;
     EXPECT_EQ(Has(result.out, "\x1b[32m"), row.colours);
@@ -243,17 +276,18 @@ TEST(Program, DrawsOneLinePerPenOnATerminal) {
 }
 
 TEST(Program, AsksOnATerminal) {
-  for (const std::string answer : {"y", "n"}) {
-    SCOPED_TRACE(answer);
+  const std::string answers[] = {"y", "n"};
+  std::vector<ProgramResult> results = RunAll(answers, [](const std::string& answer) {
     HostRig rig;
     rig.AddPen("0x2a", {"free-space=0"});
-    ProgramResult result =
-        rig.Shell("(sleep 1; echo " + answer + "; sleep 1; echo " + answer +
-                  ") | script -qec '\"$quarvel\" install \"$bundle\" --cert \"$cert\" --all --on-error "
-                  "ask' /dev/null");
-    EXPECT_EQ(Count(result.out, "and go on? [y/N]"), answer == "y" ? 2U : 1U) << result.out;
-    EXPECT_EQ(result.status, answer == "y" ? 7 : 5);
-  }
+    return rig.Shell("(sleep 1; echo " + answer + "; sleep 1; echo " + answer +
+                     ") | script -qec '\"$quarvel\" install \"$bundle\" --cert \"$cert\" --all --on-error "
+                     "ask' /dev/null");
+  });
+  EXPECT_EQ(Count(results[0].out, "and go on? [y/N]"), 2U) << results[0].out;
+  EXPECT_EQ(results[0].status, 7);
+  EXPECT_EQ(Count(results[1].out, "and go on? [y/N]"), 1U) << results[1].out;
+  EXPECT_EQ(results[1].status, 5);
 }
 
 }  // namespace

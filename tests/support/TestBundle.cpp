@@ -130,7 +130,7 @@ std::string TestUpdateXml(const TestBundleOptions& options) {
 }
 
 void SetUniqueModificationTime(const std::string& path) {
-  static std::mt19937 random{std::random_device{}()};
+  thread_local std::mt19937 random{std::random_device{}()};
   authoring::SetModificationTime(path, static_cast<int64_t>(random() >> 1));
 }
 

@@ -1,12 +1,19 @@
 #include "tests/support/TestKeys.h"
 
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/rsa.h>
 #include <openssl/x509.h>
+#include <sys/file.h>
+#include <unistd.h>
 
+#include <filesystem>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <tuple>
 
@@ -33,11 +40,56 @@ std::string PemOf(Write write) {
   return std::string(data, static_cast<size_t>(size));
 }
 
+std::string PemOfKey(EVP_PKEY* key) {
+  return PemOf([key](BIO* out) { return PEM_write_bio_PrivateKey(out, key, nullptr, nullptr, 0, nullptr, nullptr); });
+}
+
+// The file of a key, which no other process opens as long as the object lives.
+class KeyFile {
+ public:
+  explicit KeyFile(int number) {
+    std::error_code ignored;
+    std::filesystem::create_directories(QUARVEL_TEST_KEYS, ignored);
+    std::string path = fmt::format("{}/key-{}.pem", QUARVEL_TEST_KEYS, number);
+    m_file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (m_file >= 0) flock(m_file, LOCK_EX);
+  }
+  ~KeyFile() {
+    if (m_file >= 0) close(m_file);
+  }
+  KeyFile(const KeyFile&) = delete;
+  KeyFile& operator=(const KeyFile&) = delete;
+
+  // Null when the file holds no whole key.
+  std::unique_ptr<EVP_PKEY, Free> Read() const {
+    std::string text(8192, '\0');
+    ssize_t size = m_file >= 0 ? pread(m_file, text.data(), text.size(), 0) : 0;
+    std::unique_ptr<BIO, Free> stream(BIO_new_mem_buf(text.data(), static_cast<int>(std::max<ssize_t>(size, 0))));
+    std::unique_ptr<EVP_PKEY, Free> key(PEM_read_bio_PrivateKey(stream.get(), nullptr, nullptr, nullptr));
+    ERR_clear_error();
+    return key;
+  }
+  // A key that cannot be kept serves this process all the same.
+  void Write(const std::string& pem) const {
+    if (m_file < 0 || pwrite(m_file, pem.data(), pem.size(), 0) == static_cast<ssize_t>(pem.size())) return;
+    if (ftruncate(m_file, 0) != 0) throw std::runtime_error("the folder of the tests' keys is full");
+  }
+
+ private:
+  int m_file = -1;
+};
+
 EVP_PKEY* KeyOf(int number) {
   static std::map<int, std::unique_ptr<EVP_PKEY, Free>> keys;
   auto& key = keys[number];
-  if (!key) key.reset(EVP_RSA_gen(2048));
-  Check(key != nullptr);
+  if (key) return key.get();
+  KeyFile file(number);
+  key = file.Read();
+  if (!key) {
+    key.reset(EVP_RSA_gen(2048));
+    Check(key != nullptr);
+    file.Write(PemOfKey(key.get()));
+  }
   return key.get();
 }
 
@@ -67,8 +119,7 @@ TestIdentity Make(const TestIdentityOptions& options) {
   Check(X509_set_pubkey(cert, key) == 1 && X509_sign(cert, key, EVP_sha256()) > 0);
 
   TestIdentity identity;
-  identity.keyPem =
-      PemOf([key](BIO* out) { return PEM_write_bio_PrivateKey(out, key, nullptr, nullptr, 0, nullptr, nullptr); });
+  identity.keyPem = PemOfKey(key);
   identity.certPem = PemOf([cert](BIO* out) { return PEM_write_bio_X509(out, cert); });
   char* line = X509_NAME_oneline(X509_get_subject_name(cert), nullptr, 0);
   identity.subject = line;
@@ -79,7 +130,9 @@ TestIdentity Make(const TestIdentityOptions& options) {
 }  // namespace
 
 const TestIdentity& MakeTestIdentity(const TestIdentityOptions& options) {
+  static std::mutex lock;
   static std::map<std::tuple<std::string, int, int, int>, TestIdentity> identities;
+  std::lock_guard<std::mutex> guard(lock);
   auto key = std::tuple(options.subject, options.key, options.validFromDays, options.validToDays);
   auto found = identities.find(key);
   if (found == identities.end()) found = identities.emplace(key, Make(options)).first;

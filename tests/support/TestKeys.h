@@ -1,5 +1,5 @@
-// Keys and certificates made for the run: RSA of 2048 bits, self-signed. Kept for the whole process, because a key
-// takes a tenth of a second to make.
+// Keys and certificates for tests: RSA of 2048 bits, self-signed. The keys are made once for the build and kept below
+// its folder, because each takes a tenth of a second; certificates are made in every process. Any thread may call.
 #ifndef QUARVEL_TESTS_SUPPORT_TESTKEYS_H
 #define QUARVEL_TESTS_SUPPORT_TESTKEYS_H
 
