@@ -23,7 +23,7 @@ class CWorkers {
   static void Share(size_t pieces, const Work& work) {
     std::atomic<size_t> next = 0;
     Run(CountFor(pieces), [&](unsigned) {
-      for (size_t piece; (piece = next++) < pieces;) work(piece);
+      for (size_t piece = 0; (piece = next++) < pieces;) work(piece);
     });
   }
 
