@@ -122,7 +122,7 @@ InsResCode CBundle::VerifyPackages(const std::vector<const BundlePackage*>& pack
       for (const CVerifier* verifier : verifiers) twins.push_back(verifier->Twin());
       std::transform(twins.begin(), twins.end(), verifiers.begin(), [](CVerifier& twin) { return &twin; });
     }
-    for (size_t i; (i = next++) < packages.size() && !failure.IsMoot(i);) {
+    for (size_t i = 0; (i = next++) < packages.size() && !failure.IsMoot(i);) {
       const BundlePackage& package = *packages[i];
       const InsResCode result = Check(package.localPath, package.localPath, package.drmInfo, verifiers);
       if (result != insSuccess) failure.Report(i, result);

@@ -145,7 +145,7 @@ bool CVerifier::DigestFile(int descriptor, unsigned char* digest, unsigned int* 
   if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) return false;
   unsigned char block[kReadSize];
   // A file that cannot be read further counts as ended.
-  ssize_t got;
+  ssize_t got = 0;
   do {
     got = read(descriptor, block, sizeof(block));
     if (got > 0 && EVP_DigestUpdate(m_digestContext.get(), block, static_cast<size_t>(got)) != 1) return false;
