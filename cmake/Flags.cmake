@@ -41,5 +41,5 @@ if(QUARVEL_SANITIZE)
   add_compile_options(-fsanitize=${QUARVEL_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${QUARVEL_SANITIZE})
   # The instrumented standard library's <regex> looks uninitialised to GCC.
-  target_compile_options(quarvel_flags INTERFACE -Wno-maybe-uninitialized)
+  target_compile_options(quarvel_flags INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
 endif()
