@@ -36,7 +36,7 @@ size_t DecodeNumber(std::string_view text, std::string& out) {
   constexpr uint32_t kNoCharacter = 0x110000;
   uint32_t code = 0;
   size_t at = digits;
-  for (int digit; at < text.size() && (digit = DigitOf(text[at], hex)) >= 0; ++at) {
+  for (int digit = 0; at < text.size() && (digit = DigitOf(text[at], hex)) >= 0; ++at) {
     code = std::min(code * (hex ? 16U : 10U) + static_cast<uint32_t>(digit), kNoCharacter);
   }
   if (at == digits) return 0;

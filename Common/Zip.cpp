@@ -23,7 +23,7 @@ int32_t Fail(CLogger* logger, CZip::Result result, int status, const std::string
 
 // Appends the open member; a read that fails empties `content`.
 void AppendMember(unzFile zip, char* buffer, std::string& content) {
-  int got;
+  int got = 0;
   while ((got = unzReadCurrentFile(zip, buffer, kTransferSize)) > 0) content.append(buffer, static_cast<size_t>(got));
   if (got < 0) content.clear();
 }

@@ -32,7 +32,7 @@ bool LeadsOut(std::string_view name) {
   const auto isSeparator = [](char c) { return c == '/' || c == '\\'; };
   if (name.empty()) return false;
   if (isSeparator(name[0]) || (name.size() > 1 && name[1] == ':')) return true;
-  for (size_t start = 0, end; start < name.size(); start = end + 1) {
+  for (size_t start = 0, end = 0; start < name.size(); start = end + 1) {
     end = start;
     while (end < name.size() && !isSeparator(name[end])) ++end;
     if (name.substr(start, end - start) == "..") return true;
@@ -230,7 +230,7 @@ std::vector<CZipExtraction::Batch> CZipExtraction::Batches() const {
     const std::string_view name = NameOf(m_members[i]);
     return name.substr(0, name.rfind('/') + 1);
   };
-  for (size_t begin = 0, end; begin < m_writes.size(); begin = end) {
+  for (size_t begin = 0, end = 0; begin < m_writes.size(); begin = end) {
     uint64_t bytes = 0;
     for (end = begin; end < m_writes.size() && end - begin < kBatchMembers && bytes < kBatchBytes; ++end) {
       if (folderOf(m_writes[end]) != folderOf(m_writes[begin])) break;
@@ -256,7 +256,7 @@ void CZipExtraction::WriteMembers() {
   std::atomic<size_t> next = 0;
   CWorkers::Run(workers, [&](unsigned) {
     CZipUnpacker unpacker(m_file, m_tree, lookAgain);
-    for (size_t batch; (batch = next++) < batches.size();) {
+    for (size_t batch = 0; (batch = next++) < batches.size();) {
       for (const size_t i : batches[batch]) {
         if (m_failure.IsMoot(i)) return;
         const Member& member = m_members[i];

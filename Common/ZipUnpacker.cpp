@@ -98,7 +98,7 @@ std::optional<CZipUnpacker::Fault> CZipUnpacker::Write(std::string_view name, co
 
 std::optional<CZipUnpacker::Fault> CZipUnpacker::Fill(int fd) {
   uint64_t written = 0;
-  int64_t got;
+  int64_t got = 0;
   while ((got = m_member.Read(m_transfer)) > 0) {
     const auto bytes = std::span(m_transfer).first(static_cast<size_t>(got));
     if (!WriteAll(fd, bytes)) return Fault{CZip::kWriteFailed, errno};
