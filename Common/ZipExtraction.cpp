@@ -168,7 +168,8 @@ void CZipExtraction::FindChanges() {
   for (size_t i = 0; i < m_members.size(); ++i) {
     if (m_mustWrite[i] && !m_members[i].isFolder) m_writes.push_back(i);
   }
-  m_inTurn = !m_writes.empty() && MayShareTargets();
+  // Also when nothing seems to be written: the one file is no sign that each of its members can be opened.
+  m_inTurn = MayShareTargets();
 }
 
 void CZipExtraction::LookAt(size_t begin, size_t end) {
