@@ -31,10 +31,11 @@ void AppendMember(unzFile zip, char* buffer, std::string& content) {
 }  // namespace
 
 int32_t CZip::ExtractZip(const char* zipFile, const char* destFolder, bool skipUnchanged, CLogger* logger,
-                         FolderTrust trust) {
+                         FolderTrust trust, KeptFiles* kept) {
   CZipExtraction extraction(zipFile ? zipFile : "", destFolder ? destFolder : "", skipUnchanged, trust);
   const int32_t result = extraction.Run();
   if (logger) extraction.Log(*logger);
+  if (kept) *kept = extraction.Kept();
   return result;
 }
 

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <string>
+#include <unordered_map>
 
 class CLogger;
 
@@ -36,12 +37,16 @@ class CZip {
     kOwnFolder,  // it must be a real folder of the effective user that nobody else may write to
   };
 
+  // Sizes in bytes of files that were left as they are, by their members' names.
+  using KeptFiles = std::unordered_map<std::string, uint64_t>;
+
   // Unpacks `zipFile` into `destFolder`, which is created with one missing parent. With `skipUnchanged`, files that are
   // there with the right size stay as they are, unread. Files get the archive's dates, in local time. A member that
   // cannot be read to its end leaves a short file, and that is no failure. At a failure the earliest one in the
-  // archive's order is logged and returned, and files written so far stay. `logger` may be null.
+  // archive's order is logged and returned, and files written so far stay. `logger` may be null, and so may `kept`,
+  // which spares the caller from looking once more at files that were just looked at.
   static int32_t ExtractZip(const char* zipFile, const char* destFolder, bool skipUnchanged, CLogger* logger,
-                            FolderTrust trust = kAnyFolder);
+                            FolderTrust trust = kAnyFolder, KeptFiles* kept = nullptr);
 
   // Appends the contents of one member to `content`; when it cannot be read, `content` is emptied.
   static int32_t ReadInternalFile(const char* zipFile, const char* memberName, std::string& content, CLogger* logger);

@@ -83,6 +83,17 @@ void CZipExtraction::Log(CLogger& logger) const {
   }
 }
 
+CZip::KeptFiles CZipExtraction::Kept() const {
+  CZip::KeptFiles kept;
+  // Where members share targets, one may have been written over another that was found unchanged.
+  if (m_inTurn || m_failure.failure()) return kept;
+  kept.reserve(m_members.size() - m_writes.size());
+  for (size_t i = 0; i < m_mustWrite.size(); ++i) {
+    if (!m_mustWrite[i] && !m_members[i].isFolder) kept.emplace(NameOf(m_members[i]), m_members[i].place.size);
+  }
+  return kept;
+}
+
 bool CZipExtraction::Fail(size_t member, int32_t result, std::string message) {
   m_failure.Report(member, {result, false, 0, std::move(message)});
   return false;

@@ -29,6 +29,9 @@ class CZipExtraction {
   // Writes what Run had to say.
   void Log(CLogger& logger) const;
 
+  // The files that Run left as they are.
+  CZip::KeptFiles Kept() const;
+
  private:
   struct Member {
     ZipMemberPlace place;

@@ -9,6 +9,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "Common/Locker.h"
@@ -70,7 +71,8 @@ class CBundle {
   InsResCode ParseGroup(const XMLElement* element, BundleGroup& group);
   InsResCode ParsePackage(const XMLElement* element, const std::string& folder, BundlePackage& package);
   InsResCode LoadDRM();
-  void MeasureFiles();
+  // Sets the packages' file sizes; files without a known size, by their paths inside the bundle, are looked at.
+  void MeasureFiles(const std::unordered_map<std::string, uint64_t>& knownSizes);
 
   // The check of one file of the bundle at `path` with some of the verifiers; what must exist is `mustExist`.
   using Verifiers = std::span<CVerifier* const>;

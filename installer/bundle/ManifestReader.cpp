@@ -1,6 +1,5 @@
 // The manifest "update.xml": groups, their packages and what a pen is told about them.
 #include <string.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <optional>
@@ -50,11 +49,6 @@ void ReadProperties(const XMLElement* element, std::vector<BundlePackageProperty
   }
 }
 
-int32_t SizeOf(const std::string& path) {
-  struct stat status {};
-  return stat(path.c_str(), &status) == 0 ? static_cast<int32_t>(static_cast<uint32_t>(status.st_size)) : 0;
-}
-
 }  // namespace
 
 InsResCode CBundle::ParseBundle() {
@@ -82,20 +76,7 @@ InsResCode CBundle::ParseBundle() {
   m_groups.resize(list->GetChildrenNum());
   // A group that cannot be read to its end stays with what was read.
   CWorkers::Share(m_groups.size(), [&](size_t i) { ParseGroup(list->GetChildren()[i], m_groups[i]); });
-  MeasureFiles();
   return insSuccess;
-}
-
-void CBundle::MeasureFiles() {
-  std::vector<BundlePackage*> packages;
-  for (BundleGroup& group : m_groups) {
-    for (BundlePackage& package : group.packages) packages.push_back(&package);
-  }
-  constexpr size_t kShare = 256;
-  CWorkers::Share((packages.size() + kShare - 1) / kShare, [&](size_t share) {
-    const size_t end = std::min(packages.size(), (share + 1) * kShare);
-    for (size_t i = share * kShare; i < end; ++i) packages[i]->fileSize = SizeOf(packages[i]->localPath);
-  });
 }
 
 InsResCode CBundle::ParseGroup(const XMLElement* element, BundleGroup& group) {

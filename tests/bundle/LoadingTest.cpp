@@ -6,8 +6,8 @@
 
 #include "authoring/Files.h"
 #include "installer/bundle/Bundle.h"
-#include "tests/bundle/TestLog.h"
 #include "tests/support/TestBundle.h"
+#include "tests/support/TestLog.h"
 
 namespace {
 
@@ -62,6 +62,12 @@ TEST(Loading, NamesTheFolderForSizeAndTimeAndUsesItAgain) {
   ASSERT_EQ(second.Load(file.path().c_str()), insSuccess);
   EXPECT_EQ(second.extractFolder(), first.extractFolder());
   EXPECT_EQ(std::filesystem::last_write_time(first.extractFolder() + "/Files"), written);
+
+  // Whether a file was just written or found there, its size is known.
+  for (const CBundle* bundle : {&first, &second}) {
+    const BundlePackage& package = bundle->groups().at(0).packages.at(0);
+    EXPECT_EQ(package.fileSize, std::filesystem::file_size(package.localPath));
+  }
 }
 
 TEST(Loading, ReadsWhatAGroupSays) {
