@@ -15,8 +15,8 @@
 #include "Common/Zip.h"
 #include "authoring/ZipWriter.h"
 #include "installer/bundle/Bundle.h"
-#include "tests/bundle/TestLog.h"
 #include "tests/support/TestBundle.h"
+#include "tests/support/TestLog.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include <filesystem>
 
 #include "installer/bundle/Bundle.h"
-#include "tests/bundle/TestLog.h"
 #include "tests/support/TestBundle.h"
+#include "tests/support/TestLog.h"
 
 namespace {
 

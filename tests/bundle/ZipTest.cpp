@@ -9,7 +9,7 @@
 
 #include "authoring/Files.h"
 #include "authoring/ZipWriter.h"
-#include "tests/bundle/TestLog.h"
+#include "tests/support/TestLog.h"
 
 namespace {
 

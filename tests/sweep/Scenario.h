@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "installer/QuarvelPublic.h"
-#include "tests/bundle/TestLog.h"
 #include "tests/support/SimPens.h"
 #include "tests/support/TestBundle.h"
+#include "tests/support/TestLog.h"
 
 enum class Run { kInstall, kRemoval };
 // What happens right before a pen call: it will fail, the pen is unplugged, or the host asks to abort.

@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "installer/QuarvelPublic.h"
-#include "tests/bundle/TestLog.h"
 #include "tests/support/SimPens.h"
 #include "tests/support/TestBundle.h"
+#include "tests/support/TestLog.h"
 
 constexpr uint64_t kPenId = 0x2a;
 

@@ -1,6 +1,6 @@
 // What the library logs during a test, read from the log's file.
-#ifndef QUARVEL_TESTS_BUNDLE_TESTLOG_H
-#define QUARVEL_TESTS_BUNDLE_TESTLOG_H
+#ifndef QUARVEL_TESTS_SUPPORT_TESTLOG_H
+#define QUARVEL_TESTS_SUPPORT_TESTLOG_H
 
 #include <sstream>
 #include <string>
