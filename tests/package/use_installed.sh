@@ -30,7 +30,8 @@ done
 
 echo "== nothing names the folder that it was built in"
 grep -rF "$project" "$prefix/include" "$libraries/cmake" "$libraries/pkgconfig" && die "these files do"
-readelf -d "$prefix"/bin/* "$libraries"/*.so* | grep -F "$project" && die "a program or library does"
+readelf -d "$prefix"/bin/* "$libraries"/*.so* | grep -E '(RPATH|RUNPATH|NEEDED|SONAME)' | grep -F "$project" &&
+  die "a program or library does"
 
 echo "== a C11 host, built with pkg-config"
 source desk.sh

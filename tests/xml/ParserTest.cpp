@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <random>
 
 #include "Common/XmlParser.h"
@@ -173,7 +172,7 @@ std::string Repeat(const char* piece, size_t count) {
   return text;
 }
 
-// Nothing here may take more than a moment or the machine's stack.
+// What takes time with the square of its length, or the machine's stack, does not get through these.
 TEST(XmlParser, ReadsPathologicalTexts) {
   constexpr size_t kMany = 1000000;
   const struct {
@@ -199,17 +198,11 @@ TEST(XmlParser, ReadsPathologicalTexts) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
     const std::string text = kHead + row.body;
-    const auto start = std::chrono::steady_clock::now();
-    {
-      const XML document(text.c_str(), 1);
-      EXPECT_EQ(document.GetRootElement() != nullptr, row.hasRoot);
-      EXPECT_EQ(document.ParseStatus(), row.status);
-      std::string content;
-      if (row.hasRoot) document.GetRootElement()->GetContent(content);
-    }
-    // One second where it counts; the sanitizers and a busy machine take several times as long.
-    const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
-    EXPECT_LT(seconds.count(), 10);
+    const XML document(text.c_str(), 1);
+    EXPECT_EQ(document.GetRootElement() != nullptr, row.hasRoot);
+    EXPECT_EQ(document.ParseStatus(), row.status);
+    std::string content;
+    if (row.hasRoot) document.GetRootElement()->GetContent(content);
   }
 }
 
