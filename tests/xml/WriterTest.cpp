@@ -88,6 +88,24 @@ TEST(XmlWriter, WhatIsWrittenReadsTheSame) {
   EXPECT_GT(elements, 2000U);
 }
 
+TEST(XmlWriter, WritesToAStreamWhatItWritesToAText) {
+  const XML document((kHead + "<!--0--><r>x<a/>y</r><!--1-->").c_str(), 1);
+  std::string text;
+  document.Export(text);
+  TempFolder folder;
+  FILE* stream = fopen((folder / "a.xml").c_str(), "wb");
+  ASSERT_NE(stream, nullptr);
+  EXPECT_TRUE(document.Export(stream));
+  EXPECT_EQ(fclose(stream), 0);
+  EXPECT_EQ(ReadWholeFile(folder / "a.xml"), text);
+
+  stream = fopen("/dev/full", "wb");
+  ASSERT_NE(stream, nullptr);
+  setvbuf(stream, nullptr, _IONBF, 0);
+  EXPECT_FALSE(document.Export(stream)) << "a full disk";
+  fclose(stream);
+}
+
 // The indentation of ever deeper elements would be all that is written.
 TEST(XmlWriter, WritesDeepTrees) {
   constexpr size_t kDeep = 20000;
