@@ -18,6 +18,8 @@ constexpr char kTag[] = "ExtractZip";
 constexpr uLong kUnixFolderBit = 0x40000000;  // the upper half of the attributes is a Unix file mode
 constexpr size_t kLongestPath = CFileUtil::kPathSize - 1;
 
+constexpr size_t kMostCounted = 0xFFFF;  // members in an archive whose directory ends in the short form
+
 // A worker takes members in batches: neighbours in the archive and in one folder, up to these bounds.
 constexpr size_t kBatchMembers = 128;
 constexpr uint64_t kBatchBytes = 2 * 1024 * 1024;
@@ -126,6 +128,8 @@ bool CZipExtraction::ListMembers() {
     return FailWith(0, CZip::kNoFirstMember, status, "Go to first file failed in zip " + m_zipFile);
   }
   while (status == UNZ_OK && AddMember(zip)) status = unzGoToNextFile(zip);
+  // minizip takes the greatest count that the short form can state for none, and looks for more.
+  if (status == UNZ_BADZIPFILE && m_members.size() == kMostCounted) status = UNZ_END_OF_LIST_OF_FILE;
   if (status != UNZ_OK && status != UNZ_END_OF_LIST_OF_FILE) {
     FailWith(m_members.size(), CZip::kBadMemberInfo, status, "Get file info failed in zip file " + m_zipFile);
   }

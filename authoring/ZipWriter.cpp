@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 
 #include "authoring/Failure.h"
 #include "authoring/Files.h"
@@ -27,10 +28,27 @@ constexpr uint64_t kLargestSmallSize = 0xFFFFFFFE;
 
 constexpr size_t kLargestBlock = 1u << 30;
 
+// An archive of more members needs a 64-bit end of its directory, which minizip writes for large archives alone.
+constexpr uint64_t kMostCounted = 0xFFFF;
+constexpr uint32_t kUnsaid = 0xFFFFFFFF;
+constexpr size_t kEndSize = 22;  // of the directory's plain end, without a comment
+
+void Append(std::string& out, int size, uint64_t value) {
+  for (int i = 0; i < size; ++i) out += static_cast<char>(value >> (8 * i));
+}
+
+uint32_t Number(const std::string& bytes, size_t at) {
+  uint32_t value = 0;
+  for (size_t i = 4; i-- > 0;) value = value << 8 | static_cast<unsigned char>(bytes[at + i]);
+  return value;
+}
+
 }  // namespace
 
 ZipWriter::ZipWriter(const std::string& path, const std::string& shownPath)
-    : m_shownPath(shownPath.empty() ? path : shownPath), m_zip(zipOpen64(path.c_str(), APPEND_STATUS_CREATE)) {
+    : m_path(path),
+      m_shownPath(shownPath.empty() ? path : shownPath),
+      m_zip(zipOpen64(path.c_str(), APPEND_STATUS_CREATE)) {
   if (!m_zip) {
     throw Failure(ExitStatus::kFile,
                   fmt::format("Cannot write {}; choose a folder that exists and can be written.", m_shownPath));
@@ -56,7 +74,8 @@ void ZipWriter::AddFile(const std::string& member, const std::string& file) {
 }
 
 void ZipWriter::AddFolder(const std::string& member) {
-  AddBytes(member, {}, kFolderAttributes);
+  Begin(member, kFolderAttributes, false, Packing::kStore);
+  End();
 }
 
 void ZipWriter::AddClaiming(const std::string& member, std::string_view packed, uint64_t claimedSize) {
@@ -69,15 +88,50 @@ void ZipWriter::Close() {
   int result = zipClose(m_zip, nullptr);
   m_zip = nullptr;
   Check(result);
+  if (m_members > kMostCounted) EndLarge();
+}
+
+void ZipWriter::EndLarge() const {
+  std::fstream file(m_path, std::ios::in | std::ios::out | std::ios::binary);
+  file.exceptions(std::ios::failbit | std::ios::badbit);
+  try {
+    std::string end(kEndSize, '\0');
+    file.seekg(-static_cast<std::streamoff>(kEndSize), std::ios::end);
+    const auto position = static_cast<uint64_t>(file.tellg());
+    file.read(end.data(), static_cast<std::streamsize>(end.size()));
+    const uint64_t directorySize = Number(end, 12);
+    const uint64_t directoryStart = Number(end, 16);
+    if (directoryStart == kUnsaid) return;  // minizip has written one: the archive is that large
+    std::string large;
+    Append(large, 4, 0x06064b50);  // the 64-bit end of the directory
+    Append(large, 8, 44);          // what follows of it
+    Append(large, 2, 45 | 3 << 8);
+    Append(large, 2, 45);
+    Append(large, 8, 0);  // this disk, and the directory's
+    Append(large, 8, m_members);
+    Append(large, 8, m_members);
+    Append(large, 8, directorySize);
+    Append(large, 8, directoryStart);
+    Append(large, 4, 0x07064b50);  // where that stands
+    Append(large, 4, 0);
+    Append(large, 8, position);
+    Append(large, 4, 1);
+    file.seekp(static_cast<std::streamoff>(position));
+    file << large << end << std::flush;
+  } catch (const std::ios::failure&) {
+    Check(ZIP_ERRNO);
+  }
 }
 
 void ZipWriter::Begin(const std::string& member, uint32_t attributes, bool large, Packing packing) {
+  ++m_members;
   zip_fileinfo info{};
   info.dosDate = kMemberDate;
   info.external_fa = attributes;
-  Check(zipOpenNewFileInZip4_64(m_zip, member.c_str(), &info, nullptr, 0, nullptr, 0, nullptr, Z_DEFLATED,
-                                Z_BEST_COMPRESSION, packing == Packing::kAsGiven ? 1 : 0, -MAX_WBITS, DEF_MEM_LEVEL,
-                                Z_DEFAULT_STRATEGY, nullptr, 0, kMadeByUnix, 0, large ? 1 : 0));
+  Check(zipOpenNewFileInZip4_64(m_zip, member.c_str(), &info, nullptr, 0, nullptr, 0, nullptr,
+                                packing == Packing::kStore ? 0 : Z_DEFLATED, Z_BEST_COMPRESSION,
+                                packing == Packing::kAsGiven ? 1 : 0, -MAX_WBITS, DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY,
+                                nullptr, 0, kMadeByUnix, 0, large ? 1 : 0));
 }
 
 void ZipWriter::Write(std::string_view block) {

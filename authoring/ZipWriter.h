@@ -34,14 +34,17 @@ class ZipWriter {
   void Close();
 
  private:
-  enum class Packing { kDeflate, kAsGiven };
+  enum class Packing { kDeflate, kStore, kAsGiven };
   void Begin(const std::string& member, uint32_t attributes, bool large, Packing packing = Packing::kDeflate);
   void Write(std::string_view block);
   void End();
   void Check(int result) const;
+  void EndLarge() const;
 
+  std::string m_path;
   std::string m_shownPath;
   void* m_zip;
+  uint64_t m_members = 0;
 };
 
 }  // namespace authoring

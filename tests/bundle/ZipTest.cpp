@@ -9,6 +9,7 @@
 
 #include "authoring/Files.h"
 #include "authoring/ZipWriter.h"
+#include "tests/support/RunProgram.h"
 #include "tests/support/TestLog.h"
 
 namespace {
@@ -39,6 +40,20 @@ class Zip : public testing::Test {
 };
 
 }  // namespace
+
+TEST_F(Zip, CountsBeyondSixteenBits) {
+  for (const uint64_t members : {0xFFFF, 0x10001}) {
+    const std::string zip = MakeZip(m_folder, [members](authoring::ZipWriter& writer) {
+      for (uint64_t i = 1; i < members; ++i) writer.AddFolder("dir/");
+      writer.AddBytes("last", std::to_string(members));
+    });
+    EXPECT_EQ(Extract(zip, false), 0) << members;
+    EXPECT_EQ(Out("last"), std::to_string(members));
+    const ProgramResult listed = RunProgram({"/usr/bin/unzip", "-Z", "-h", zip});
+    EXPECT_NE(listed.out.find("entries: " + std::to_string(members)), std::string::npos) << listed.out;
+  }
+  EXPECT_EQ(m_log.Lines(), Lines{});
+}
 
 TEST_F(Zip, UnpacksMembersWithTheirFoldersAndDates) {
   const std::string big = std::string(6'000'000, 'x') + "end";
