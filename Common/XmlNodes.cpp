@@ -20,13 +20,13 @@ void XmlText::Set(std::string_view text) {
   m_owned = true;
 }
 
-void PreferLargePages(const void* data, size_t size) {
+void GivePages(const void* data, size_t size) {
   constexpr uintptr_t kPage = 4096;
-  constexpr size_t kWorthwhile = 4 * 1024 * 1024;
+  constexpr size_t kWorthwhile = 1024 * 1024;
   if (size < kWorthwhile) return;
   const uintptr_t begin = reinterpret_cast<uintptr_t>(data) & ~(kPage - 1);
   const uintptr_t end = (reinterpret_cast<uintptr_t>(data) + size) & ~(kPage - 1);
-  madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
+  madvise(reinterpret_cast<void*>(begin), end - begin, MADV_POPULATE_WRITE);
 }
 
 void* XmlArena::TakeBlock(size_t size) {
@@ -36,7 +36,7 @@ void* XmlArena::TakeBlock(size_t size) {
   m_blocks.emplace_back(new char[blockSize]);
   m_bytes += blockSize;
   char* block = m_blocks.back().get();
-  PreferLargePages(block, blockSize);
+  GivePages(block, blockSize);
   if (isLarge) return block;
   m_next = block + size;
   m_end = block + blockSize;

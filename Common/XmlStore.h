@@ -13,9 +13,9 @@
 #include <utility>
 #include <vector>
 
-// Asks for large pages below memory that is about to be written: without them the first touch of every small page costs
-// more than parsing what comes to lie there. Only a wish.
-void PreferLargePages(const void* data, size_t size);
+// Gives memory that is about to be written its pages at once, which is cheaper than at the first touch of each. Only a
+// wish.
+void GivePages(const void* data, size_t size);
 
 // An owned, zero-filled array.
 template <class T>
@@ -23,7 +23,7 @@ class Z {
  public:
   explicit Z(size_t count) : m_items(static_cast<T*>(std::calloc(count ? count : 1, sizeof(T)))), m_count(count) {
     if (!m_items) throw std::bad_alloc();
-    PreferLargePages(m_items, count * sizeof(T));
+    GivePages(m_items, count * sizeof(T));
   }
   Z(Z&& other) noexcept : m_items(std::exchange(other.m_items, nullptr)), m_count(std::exchange(other.m_count, 0)) {}
   Z& operator=(Z&& other) noexcept {
@@ -58,11 +58,6 @@ class XmlText {
   }
   size_t bytes() const { return m_owned ? size_t{m_size} + 1 : 0; }
 
-  // Marks of the node that holds this text; here they cost no memory.
-  bool inArena = false;  // the node's memory is not its own
-  bool listed = false;   // the node is in its owner's list
-  bool touched = false;  // something at or below the node has to be destroyed one by one
-
  private:
   void Release() {
     if (m_owned) delete[] m_data;
@@ -72,7 +67,14 @@ class XmlText {
   const char* m_data = "";
   uint32_t m_size = 0;
   bool m_owned = false;
+
+ public:
+  // Marks of the node that holds this text; here, beside the text's own, they cost no memory.
+  bool inArena = false;  // the node's memory is not its own
+  bool listed = false;   // the node is in its owner's list
+  bool touched = false;  // something at or below the node has to be destroyed one by one
 };
+static_assert(sizeof(XmlText) == sizeof(const char*) + 2 * sizeof(uint32_t));
 
 // An array of pointers to nodes, `Step` of them at least when it first grows. It owns the array, not the nodes. An
 // array that is borrowed from an arena is copied before it grows; one of a single node, as most are, is no array at
@@ -172,10 +174,10 @@ class XmlArena {
 
  private:
   static constexpr size_t kAlign = alignof(void*);
-  // Nodes take about four times the memory of the text, so most documents need one block.
+  // Nodes take up to four times the memory of the text, so most documents need one block.
   static constexpr size_t kNodesPerText = 4;
   static constexpr size_t kSmallest = 4 * 1024;
-  static constexpr size_t kLargest = 32 * 1024 * 1024;
+  static constexpr size_t kLargest = 4 * 1024 * 1024;
 
   void* TakeBlock(size_t size);
 

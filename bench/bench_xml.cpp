@@ -2,8 +2,8 @@
 //   bench_xml make PACKAGES FILE                 writes an "update.xml"
 //   bench_xml parse PARSER FILE TIMES            parses and destroys
 //   bench_xml records PARSER FILE TIMES          parses and reads groups and packages into records
-// The last two print the seconds that this took. PARSER is quarvel, pugixml, expat, libxml2 or tinyxml2; the records are
-// read by the first two.
+// The last two print the seconds that this took. PARSER is quarvel, pugixml, expat, libxml2 or tinyxml2; the records
+// are read by the first two.
 #include <expat.h>
 #include <fmt/core.h>
 #include <libxml/parser.h>
