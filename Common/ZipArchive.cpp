@@ -90,9 +90,11 @@ std::span<const uint8_t> CZipReader::Peek(uint64_t position, uint64_t limit) {
     m_latest ^= 1;
     Window& window = m_windows[m_latest];
     if (!window.Holds(position)) {
+      // The end of the file is read as one window: minizip looks for the directory backwards from there.
+      const uint64_t lastStart = m_file.size() > kWindowSize ? m_file.size() - kWindowSize : 0;
       window.bytes.resize(kWindowSize);
-      window.start = position;
-      window.size = position < m_file.size() ? m_file.ReadAt(position, window.bytes.data(), kWindowSize) : 0;
+      window.start = std::min(position, lastStart);
+      window.size = position < m_file.size() ? m_file.ReadAt(window.start, window.bytes.data(), kWindowSize) : 0;
     }
   }
   const Window& window = m_windows[m_latest];
