@@ -316,7 +316,8 @@ def report(contests, tables, micro, rounds, path):
 
 
 def main():
-    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser = argparse.ArgumentParser(prog="scripts/bench", description=__doc__,
+                                     formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--rounds", type=int, default=7)
     parser.add_argument("--no-growth", action="store_true", help="leave out the run over 100,000 files")
     parser.add_argument("--output", type=Path, default=ROOT / "docs", help="folder of benchmarks.md and benchmarks.svg")
