@@ -15,7 +15,7 @@
 #include <string>
 #include <string_view>
 
-#include "Common/LogFile.h"
+#include "Common/log/LogFile.h"
 
 class CLogger {
  public:

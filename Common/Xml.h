@@ -2,10 +2,11 @@
 #ifndef QUARVEL_COMMON_XML_H
 #define QUARVEL_COMMON_XML_H
 
-#include "Common/XmlDocument.h"
-#include "Common/XmlElement.h"
-#include "Common/XmlNodes.h"
-#include "Common/XmlProfile.h"
-#include "Common/XmlQuery.h"
+#include "Common/xml/XmlDocument.h"
+#include "Common/xml/XmlElement.h"
+#include "Common/xml/XmlNodes.h"
+#include "Common/xml/XmlParser.h"
+#include "Common/xml/XmlProfile.h"
+#include "Common/xml/XmlQuery.h"
 
 #endif

@@ -3,7 +3,6 @@
 #include <cctype>
 #include <string_view>
 
-#include "Common/XmlParser.h"
 #include "fuzz/Fuzz.h"
 
 namespace {

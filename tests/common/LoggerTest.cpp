@@ -15,8 +15,8 @@
 #include <thread>
 #include <vector>
 
-#include "Common/LogPath.h"
 #include "Common/Logger_mac.h"
+#include "Common/log/LogPath.h"
 #include "tests/support/TempFolder.h"
 
 namespace fs = std::filesystem;

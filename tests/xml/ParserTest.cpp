@@ -2,7 +2,6 @@
 
 #include <random>
 
-#include "Common/XmlParser.h"
 #include "tests/support/TempFolder.h"
 #include "tests/xml/Dump.h"
 #include "tests/xml/ReferenceParser.h"

@@ -1,0 +1,98 @@
+#include "Common/Zip.h"
+
+#include <sys/stat.h>
+#include <utime.h>
+
+#include <memory>
+#include <mutex>
+#include <new>
+
+#include "Common/Logger_mac.h"
+#include "Common/zip/ZipArchive.h"
+#include "Common/zip/ZipExtraction.h"
+
+namespace {
+
+constexpr size_t kTransferSize = 5242880;
+
+// Writes what went wrong where there is a logger, and hands on the result.
+int32_t Fail(CLogger* logger, CZip::Result result, int status, const std::string& message) {
+  if (logger) logger->LogErrorText("ReadInternalFile", status, message.c_str());
+  return result;
+}
+
+// Appends the open member; a read that fails empties `content`.
+void AppendMember(unzFile zip, char* buffer, std::string& content) {
+  int got = 0;
+  while ((got = unzReadCurrentFile(zip, buffer, kTransferSize)) > 0) content.append(buffer, static_cast<size_t>(got));
+  if (got < 0) content.clear();
+}
+
+}  // namespace
+
+int32_t CZip::ExtractZip(const char* zipFile, const char* destFolder, bool skipUnchanged, CLogger* logger,
+                         FolderTrust trust, KeptFiles* kept) {
+  CZipExtraction extraction(zipFile ? zipFile : "", destFolder ? destFolder : "", skipUnchanged, trust);
+  const int32_t result = extraction.Run();
+  if (logger) extraction.Log(*logger);
+  if (kept) *kept = extraction.Kept();
+  return result;
+}
+
+int32_t CZip::ReadInternalFile(const char* zipFile, const char* memberName, std::string& content, CLogger* logger) {
+  const std::string path = zipFile ? zipFile : "";
+  const std::string member = memberName ? memberName : "";
+  CZipFile file;
+  const bool isOpen = file.Open(path.c_str());
+  CZipReader reader(file);
+  const unzFile zip = reader.handle();
+  if (!isOpen || !zip) {
+    if (logger) logger->LogEventText("ReadInternalFile", ("Cannot open file zip " + path).c_str());
+    return kCannotOpen;
+  }
+
+  int status = unzLocateFile(zip, member.c_str(), 1);
+  if (status != UNZ_OK) return Fail(logger, kNotFound, status, "Not found " + member + " in zip " + path);
+  unz_file_info64 info;
+  char name[256];
+  status = unzGetCurrentFileInfo64(zip, &info, name, sizeof(name), nullptr, 0, nullptr, 0);
+  if (status != UNZ_OK) return Fail(logger, kBadMemberInfo, status, "Get file info failed in zip file " + path);
+  const std::unique_ptr<char[]> buffer(new (std::nothrow) char[kTransferSize]);
+  if (!buffer) return Fail(logger, kNoMemory, 0, "Out of memery");
+  status = unzOpenCurrentFile(zip);
+  if (status != UNZ_OK) return Fail(logger, kCannotOpenMember, status, "Open current file failed in zip file " + path);
+
+  AppendMember(zip, buffer.get(), content);
+  if (unzCloseCurrentFile(zip) != UNZ_OK) {
+    content.clear();
+    return kCheckFailed;
+  }
+  return 0;
+}
+
+bool CZip::DetectChange(const char* file, const unz_file_info& info) {
+  struct stat status {};
+  return stat(file, &status) != 0 || static_cast<uint64_t>(status.st_size) != info.uncompressed_size ||
+         MakeTime(info.tmu_date) == 0;
+}
+
+int CZip::UpdateTime(const char* file, const tm_unz& date) {
+  const time_t seconds = MakeTime(date);
+  const utimbuf times{seconds, seconds};
+  return utime(file, &times);
+}
+
+time_t CZip::MakeTime(const tm_unz& date) {
+  tm local{};
+  local.tm_sec = static_cast<int>(date.tm_sec);
+  local.tm_min = static_cast<int>(date.tm_min);
+  local.tm_hour = static_cast<int>(date.tm_hour);
+  local.tm_mday = static_cast<int>(date.tm_mday);
+  local.tm_mon = static_cast<int>(date.tm_mon);
+  local.tm_year = static_cast<int>(date.tm_year > 1900 ? date.tm_year - 1900 : date.tm_year);
+  local.tm_isdst = -1;
+  // Unless TZ is set, every conversion reads the time zone anew into the C library's one place for it.
+  static std::mutex zone;
+  std::lock_guard lock(zone);
+  return mktime(&local);
+}

@@ -1,0 +1,109 @@
+// Reading zip archives below CZip: one open file, any number of readers over it, and the bytes of one member at a time.
+// minizip finds its way through the archive; members are read and inflated here, straight from large reads, without
+// its copies and without the checksum, whose result an extraction does not look at.
+#ifndef QUARVEL_COMMON_ZIP_ZIPARCHIVE_H
+#define QUARVEL_COMMON_ZIP_ZIPARCHIVE_H
+
+#include <minizip/unzip.h>
+#include <zlib.h>
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <type_traits>
+#include <vector>
+
+#include "Common/FolderTree.h"
+
+// An open archive file. It keeps no position, so threads share it.
+class CZipFile {
+ public:
+  // False when there is no regular file that can be read.
+  bool Open(const char* path);
+  // Reads up to `size` bytes at `position`; fewer only at the end of the file or where it cannot be read.
+  size_t ReadAt(uint64_t position, uint8_t* out, size_t size) const;
+  uint64_t size() const { return m_size; }
+
+ private:
+  UniqueFd m_fd;
+  uint64_t m_size = 0;
+};
+
+// minizip's handle on an archive, over buffers of its own; one thread uses it.
+class CZipReader {
+ public:
+  // `file` must outlive the reader.
+  explicit CZipReader(const CZipFile& file);
+  CZipReader(const CZipReader&) = delete;
+  CZipReader& operator=(const CZipReader&) = delete;
+
+  // Null when the file is not a zip archive.
+  unzFile handle() const { return m_handle.get(); }
+
+  // Bytes of the file at `position`, at most `limit` and at least one unless the file ends there or cannot be read.
+  // Valid until the next call on this reader.
+  std::span<const uint8_t> Peek(uint64_t position, uint64_t limit);
+
+ private:
+  // A run of the file. There are two, since reading members goes back and forth between directory and data.
+  struct Window {
+    uint64_t start = 0;
+    size_t size = 0;
+    std::vector<uint8_t> bytes;
+    bool Holds(uint64_t position) const { return position >= start && position - start < size; }
+  };
+  struct CloseZip {
+    void operator()(unzFile handle) const { unzClose(handle); }
+  };
+
+  size_t Read(uint8_t* out, size_t size);
+  bool Seek(uint64_t offset, int origin);
+  static zlib_filefunc64_def Functions(CZipReader* self);
+
+  const CZipFile& m_file;
+  uint64_t m_position = 0;
+  std::array<Window, 2> m_windows;
+  size_t m_latest = 0;  // the window that was read last
+  std::unique_ptr<std::remove_pointer_t<unzFile>, CloseZip> m_handle;
+};
+
+// Where a member lies and how it is packed, as the archive's directory has it. Sizes are in bytes.
+struct ZipMemberPlace {
+  unz64_file_pos position;  // of its entry in the directory
+  uint64_t packedSize;
+  uint64_t size;
+  bool isStored;  // else deflated
+};
+
+// The contents of members, one after the other; one thread uses it.
+class CZipMember {
+ public:
+  explicit CZipMember(CZipReader& reader) : m_reader(reader) {}
+  ~CZipMember();
+  CZipMember(const CZipMember&) = delete;
+  CZipMember& operator=(const CZipMember&) = delete;
+
+  // Whether members packed this way can be read at all.
+  static bool IsKnownMethod(uLong method) { return method == 0 || method == Z_DEFLATED; }
+
+  // Turns to a member. Returns minizip's status, UNZ_OK on success.
+  int Open(const ZipMemberPlace& place);
+  // Unpacks up to `out.size()` bytes; 0 at the end of the member, negative when it cannot be read further. Never gives
+  // more than the archive states as the member's size.
+  int64_t Read(std::span<uint8_t> out);
+
+ private:
+  int64_t ReadStored(std::span<uint8_t> out);
+  int64_t ReadDeflated(std::span<uint8_t> out);
+
+  CZipReader& m_reader;
+  z_stream m_inflate{};
+  bool m_inflateReady = false;
+  bool m_stored = false;
+  uint64_t m_position = 0;  // of the next packed byte in the file
+  uint64_t m_packedLeft = 0;
+  uint64_t m_unpackedLeft = 0;
+};
+
+#endif

@@ -1,0 +1,119 @@
+#include "Common/zip/ZipUnpacker.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <string.h>
+#include <sys/stat.h>
+
+#include <span>
+
+namespace {
+
+// A read that fails takes the whole block with it, so that a damaged member's file ends at a multiple of this.
+constexpr uint64_t kBlockSize = 5242880;
+
+// Small enough to be still in the processor's cache when it is written.
+constexpr size_t kWriteSize = 256 * 1024;
+
+struct Path {
+  std::string_view folder;
+  std::string_view leaf;
+};
+
+Path Split(std::string_view name) {
+  const size_t leaf = name.rfind('/') + 1;
+  return {name.substr(0, leaf), name.substr(leaf)};
+}
+
+bool WriteAll(int fd, std::span<const uint8_t> bytes) {
+  while (!bytes.empty()) {
+    const ssize_t written = write(fd, bytes.data(), bytes.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) return false;
+    bytes = bytes.subspan(static_cast<size_t>(written));
+  }
+  return true;
+}
+
+// Archives know no date before 1980, so that the conversion, which may look at the time zone's file, is rarely needed.
+bool IsEpoch(const tm_unz& date) {
+  const auto year = date.tm_year > 1900 ? date.tm_year - 1900 : date.tm_year;
+  return year <= 71 && CZip::MakeTime(date) == 0;
+}
+
+}  // namespace
+
+CQuietSizeLimit::CQuietSizeLimit() {
+  sigset_t limit;
+  sigset_t pending;
+  sigemptyset(&limit);
+  sigaddset(&limit, SIGXFSZ);
+  sigpending(&pending);
+  m_wasPending = sigismember(&pending, SIGXFSZ) == 1;
+  pthread_sigmask(SIG_BLOCK, &limit, &m_before);
+}
+
+CQuietSizeLimit::~CQuietSizeLimit() {
+  sigset_t limit;
+  sigemptyset(&limit);
+  sigaddset(&limit, SIGXFSZ);
+  const timespec atOnce{};
+  if (!m_wasPending) sigtimedwait(&limit, nullptr, &atOnce);
+  pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
+}
+
+CZipUnpacker::CZipUnpacker(const CZipFile& file, const CFolderTree& tree, bool lookAgain)
+    : m_reader(file), m_member(m_reader), m_cursor(tree), m_transfer(kWriteSize), m_lookAgain(lookAgain) {}
+
+bool CZipUnpacker::MustWrite(CFolderCursor& cursor, std::string_view name, uint64_t size, const tm_unz& date) {
+  const auto [folder, leaf] = Split(name);
+  char text[CFolderTree::kNameSize];
+  struct stat status {};
+  const int at = cursor.At(folder);
+  return at < 0 || !CFolderTree::ToName(leaf, text) || fstatat(at, text, &status, AT_SYMLINK_NOFOLLOW) != 0 ||
+         !S_ISREG(status.st_mode) || static_cast<uint64_t>(status.st_size) != size || IsEpoch(date);
+}
+
+std::optional<CZipUnpacker::Fault> CZipUnpacker::Write(std::string_view name, const ZipMemberPlace& place,
+                                                       const tm_unz& date) {
+  if (const int status = m_reader.handle() ? m_member.Open(place) : UNZ_ERRNO) {
+    return Fault{CZip::kCannotOpenMember, status};
+  }
+  if (m_lookAgain && !MustWrite(m_cursor, name, place.size, date)) return std::nullopt;
+
+  const auto [folder, leaf] = Split(name);
+  const int at = m_cursor.At(folder);
+  if (at < 0 || leaf.empty()) return Fault{CZip::kCannotOpen, ENOENT};
+  CPartialFile file(at);
+  if (file.fd() < 0) return Fault{CZip::kCannotOpen, errno};
+  if (const auto fault = Fill(file.fd())) return fault;
+  const time_t time = TimeOf(date);
+  const timespec times[2] = {{time, 0}, {time, 0}};
+  futimens(file.fd(), times);
+  if (!file.Close()) return Fault{CZip::kWriteFailed, errno};
+  m_leaf = leaf;
+  if (!file.Commit(m_leaf.c_str())) return Fault{CZip::kCannotOpen, errno};
+  return std::nullopt;
+}
+
+std::optional<CZipUnpacker::Fault> CZipUnpacker::Fill(int fd) {
+  uint64_t written = 0;
+  int64_t got = 0;
+  while ((got = m_member.Read(m_transfer)) > 0) {
+    const auto bytes = std::span(m_transfer).first(static_cast<size_t>(got));
+    if (!WriteAll(fd, bytes)) return Fault{CZip::kWriteFailed, errno};
+    written += bytes.size();
+  }
+  if (got < 0 && ftruncate(fd, static_cast<off_t>(written / kBlockSize * kBlockSize)) != 0) {
+    return Fault{CZip::kWriteFailed, errno};
+  }
+  return std::nullopt;
+}
+
+time_t CZipUnpacker::TimeOf(const tm_unz& date) {
+  if (!m_latestDate || memcmp(&*m_latestDate, &date, sizeof(date)) != 0) {
+    m_latestDate = date;
+    m_latestTime = CZip::MakeTime(date);
+  }
+  return m_latestTime;
+}
