@@ -90,6 +90,16 @@ UniqueFd CFolderTree::OpenFolder(std::string_view folder) const {
   return current;
 }
 
+UniqueFd CFolderTree::OpenFile(std::string_view path) const {
+  CFolderCursor cursor(*this);
+  return cursor.OpenFile(path);
+}
+
+bool CFolderTree::Status(std::string_view path, struct stat& status) const {
+  CFolderCursor cursor(*this);
+  return cursor.Status(path, status);
+}
+
 uint64_t CFolderTree::FreeBytes() const {
   struct statvfs status {};
   if (fstatvfs(m_fd.get(), &status) != 0) return UINT64_MAX;
@@ -97,11 +107,30 @@ uint64_t CFolderTree::FreeBytes() const {
 }
 
 int CFolderCursor::At(std::string_view folder) {
-  if (!m_fd || folder != m_folder) {
+  if (!m_isAt || folder != m_folder) {
     m_fd = m_tree.OpenFolder(folder);
     m_folder = folder;
+    m_isAt = true;
   }
   return m_fd.get();
+}
+
+int CFolderCursor::Enter(std::string_view path, char (&leaf)[CFolderTree::kNameSize]) {
+  const size_t cut = path.rfind('/') + 1;
+  const int at = At(path.substr(0, cut));
+  return CFolderTree::ToName(path.substr(cut), leaf) ? at : -1;
+}
+
+UniqueFd CFolderCursor::OpenFile(std::string_view path) {
+  char leaf[CFolderTree::kNameSize];
+  const int at = Enter(path, leaf);
+  return UniqueFd(at < 0 ? -1 : openat(at, leaf, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+}
+
+bool CFolderCursor::Status(std::string_view path, struct stat& status) {
+  char leaf[CFolderTree::kNameSize];
+  const int at = Enter(path, leaf);
+  return at >= 0 && fstatat(at, leaf, &status, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
 CPartialFile::CPartialFile(int folder) : m_folder(folder) {
@@ -127,6 +156,16 @@ bool CPartialFile::Commit(const char* name) {
   if (renameat(m_folder, m_name, m_folder, name) != 0) return false;
   m_exists = false;
   return true;
+}
+
+bool CPartialFile::CommitNew(const char* name) {
+  if (renameat2(m_folder, m_name, m_folder, name, RENAME_NOREPLACE) == 0) {
+    m_exists = false;
+    return true;
+  }
+  if (errno != EINVAL && errno != ENOSYS) return false;
+  // Where the file system knows no such renaming, the name of its own stays a moment longer.
+  return linkat(m_folder, m_name, m_folder, name, 0) == 0;
 }
 
 void CPartialFile::RemoveForgotten(int folder) {

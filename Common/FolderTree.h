@@ -60,6 +60,12 @@ class CFolderTree {
   // A descriptor of the folder, the tree's own for "". Invalid when it is missing or lies behind a symbolic link.
   UniqueFd OpenFolder(std::string_view folder) const;
 
+  // A descriptor of the file at `path`, for reading; invalid, with errno, when there is none. A pipe opens at once.
+  UniqueFd OpenFile(std::string_view path) const;
+
+  // The status of what is at `path` itself; false, with errno, when nothing is.
+  bool Status(std::string_view path, struct stat& status) const;
+
   // Bytes that this user may still write to the file system.
   uint64_t FreeBytes() const;
 
@@ -76,13 +82,20 @@ class CFolderCursor {
  public:
   explicit CFolderCursor(const CFolderTree& tree) : m_tree(tree) {}
 
-  // A descriptor of the folder, valid until the next call; -1 as for OpenFolder. `folder` must outlive it.
+  // A descriptor of the folder, valid until the next call; -1 as for OpenFolder.
   int At(std::string_view folder);
 
+  // As CFolderTree's.
+  UniqueFd OpenFile(std::string_view path);
+  bool Status(std::string_view path, struct stat& status);
+
  private:
+  int Enter(std::string_view path, char (&leaf)[CFolderTree::kNameSize]);
+
   const CFolderTree& m_tree;
-  std::string_view m_folder;
+  std::string m_folder;
   UniqueFd m_fd;
+  bool m_isAt = false;  // m_fd is m_folder's, or invalid because there is none
 };
 
 // A file that grows under a name of its own and takes its real name when it is whole; until then nobody mistakes it for
@@ -102,6 +115,8 @@ class CPartialFile {
   bool Close();
   // Gives the closed file its name, over whatever file or link has it. False, with errno, when that is not possible.
   bool Commit(const char* name);
+  // The same only while nothing has that name; false, with errno EEXIST, when something has it.
+  bool CommitNew(const char* name);
 
   // Removes partial files that were left in `folder` more than an hour ago by writers that did not live to drop them.
   static void RemoveForgotten(int folder);

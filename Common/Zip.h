@@ -8,10 +8,14 @@
 #include <time.h>
 
 #include <cstdint>
+#include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 
 class CLogger;
+class CSharedFolder;
 
 class CZip {
  public:
@@ -24,29 +28,36 @@ class CZip {
     kBadMemberInfo = -102,       // member information cannot be read
     kCannotOpenMember = -103,    // a member cannot be opened
     kNotFound = -104,            // the member asked for is not there
-    kUntrustedFolder = -105,     // the destination could be tampered with by others
+    kUntrustedFolder = -105,     // the destination could be tampered with by others (told by callers)
     kMemberLeavesFolder = -106,  // a member's name leads out of the destination
     kWriteFailed = -107,         // a file could not be written in full
     kNoRoom = -108,              // what is to be written exceeds the room on the disk
+    kFolderInUse = -109,         // others rely on files that would be replaced
     kCheckFailed = -1001,        // the member was read but its check failed
   };
 
-  // Whom the destination may belong to.
-  enum FolderTrust {
-    kAnyFolder,
-    kOwnFolder,  // it must be a real folder of the effective user that nobody else may write to
+  // Sizes in bytes of files that were left as they are, by the names of their members.
+  class KeptFiles {
+   public:
+    std::optional<uint64_t> SizeOf(std::string_view name) const;
+
+   private:
+    friend class CZipExtraction;
+    std::unique_ptr<const std::string> m_names;  // of all members, one after the other
+    std::unordered_map<std::string_view, uint64_t> m_sizes;
   };
 
-  // Sizes in bytes of files that were left as they are, by their members' names.
-  using KeptFiles = std::unordered_map<std::string, uint64_t>;
-
   // Unpacks `zipFile` into `destFolder`, which is created with one missing parent. With `skipUnchanged`, files that are
-  // there with the right size stay as they are, unread. Files get the archive's dates, in local time. A member that
-  // cannot be read to its end leaves a short file, and that is no failure. At a failure the earliest one in the
-  // archive's order is logged and returned, and files written so far stay. `logger` may be null, and so may `kept`,
-  // which spares the caller from looking once more at files that were just looked at.
-  static int32_t ExtractZip(const char* zipFile, const char* destFolder, bool skipUnchanged, CLogger* logger,
-                            FolderTrust trust = kAnyFolder, KeptFiles* kept = nullptr);
+  // there with the right size stay as they are, unread. Of members that share a target one is unpacked: the last, or,
+  // with `skipUnchanged`, the first of the last ones that are equally long. Files get the archive's dates, in local
+  // time. A member that cannot be read to its end leaves a short file, and that is no failure. At a failure the
+  // earliest one in the archive's order is logged and returned, and files written so far stay. `logger` may be null.
+  static int32_t ExtractZip(const char* zipFile, const char* destFolder, bool skipUnchanged, CLogger* logger);
+
+  // The same, with `skipUnchanged`, into a folder that others rely on too: no file of it is replaced without asking.
+  // The archive is read through `descriptor`; `zipFile` is its name in messages.
+  static int32_t ExtractZip(const char* zipFile, int descriptor, CSharedFolder& destination, CLogger* logger,
+                            KeptFiles* kept);
 
   // Appends the contents of one member to `content`; when it cannot be read, `content` is emptied.
   static int32_t ReadInternalFile(const char* zipFile, const char* memberName, std::string& content, CLogger* logger);

@@ -32,8 +32,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fs::create_directories(outer);
   std::ofstream(zip, std::ios::binary).write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
 
-  const int32_t first = CZip::ExtractZip(zip.c_str(), out.c_str(), true, nullptr, CZip::kOwnFolder);
-  FUZZ_CHECK(CZip::ExtractZip(zip.c_str(), out.c_str(), true, nullptr, CZip::kOwnFolder) == first);
+  const int32_t first = CZip::ExtractZip(zip.c_str(), out.c_str(), true, nullptr);
+  FUZZ_CHECK(CZip::ExtractZip(zip.c_str(), out.c_str(), true, nullptr) == first);
   std::string content;
   CZip::ReadInternalFile(zip.c_str(), "a", content, nullptr);
 

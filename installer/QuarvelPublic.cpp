@@ -1,9 +1,13 @@
 // The exported functions: each a few lines around the installer front, with its line or lines in the log.
 #include "installer/QuarvelPublic.h"
 
+#include <cxxabi.h>
+
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
-#include <string>
+#include <exception>
+#include <new>
 
 #include "Common/Logger_mac.h"
 #include "installer/Quarveler.h"
@@ -22,18 +26,30 @@ constexpr unsigned long kShrinkSize = 256000;   // how far below its limit a tri
 constexpr unsigned long kFlushInterval = 1000;  // milliseconds
 constexpr unsigned long kMessageLimit = 1024;   // bytes
 
-// Runs one call. Nothing is thrown to the host: what escapes (memory that ran out) gives `failure`.
-template <typename Call>
-InsResCode Guarded(InsResCode failure, Call call) {
+// Runs one call of a host. Nothing is thrown to the host: what escapes gives `onFailure`, and the log says what it was.
+// Only a thread that the host ends inside its own callback unwinds through, as it must; destructors put things right.
+template <typename Work>
+InsResCode Guarded(const char* tag, InsResCode onFailure, const Work& work) {
   try {
-    return call();
+    return work();
+  } catch (const std::bad_alloc&) {
+    g_Logger.LogEvent(tag, "Out of memory");
+  } catch (const abi::__forced_unwind&) {
+    throw;
+  } catch (const std::exception& failure) {
+    g_Logger.LogEvent(tag, "Unexpected failure: %s", failure.what());
   } catch (...) {
-    return failure;
+    g_Logger.LogEvent(tag, "Unexpected failure: %s", "unknown");
   }
+  return onFailure;
 }
 
-bool HasPen(const int32_t* penHandle) {
-  return penHandle && *penHandle != 0;
+// The same, and then the call's line in the log, which `log` writes.
+template <typename Work, typename Log>
+InsResCode Served(const char* tag, InsResCode onFailure, const Work& work, const Log& log) {
+  const InsResCode result = Guarded(tag, onFailure, work);
+  log(result);
+  return result;
 }
 
 // A null text as the log shows it.
@@ -49,16 +65,27 @@ InsResCode EnumerateMovedPen(const char* tag, int32_t penHandle, InsResCode resu
   return insPenFailure;
 }
 
-// The bracket around all work on one pen: the pen is marked as in use for as long as the work takes. `target` is what
-// the log's lines say of the work besides the pen; `cfg` is an install's configuration, null for a removal.
+// What the lines of a run say of it besides the pen, cut to what a line holds.
+class Target {
+ public:
+  Target(const char* what, int number) { snprintf(m_text, sizeof m_text, "%s=%d", what, number); }
+  Target(const char* what, const char* text) { snprintf(m_text, sizeof m_text, "%s=%s", what, Shown(text)); }
+  const char* text() const { return m_text; }
+
+ private:
+  char m_text[kMessageLimit];
+};
+
+// The bracket around all work on one pen: the pen is marked as in use for as long as the work takes. `cfg` is an
+// install's configuration, null for a removal.
 template <typename Work>
-InsResCode RunOnPen(const char* tag, const int32_t* penHandle, const std::string& target, const PenUpdateCfg* cfg,
-                    Work work) {
+InsResCode RunOnPen(const char* tag, const int32_t* penHandle, const Target& target, const PenUpdateCfg* cfg,
+                    const Work& work) {
   const int32_t handleBefore = *penHandle;
-  g_Logger.LogEvent(tag, "+penHandle=%d, %s", handleBefore, target.c_str());
+  g_Logger.LogEvent(tag, "+penHandle=%d, %s", handleBefore, target.text());
   const auto refuse = [&](int32_t pcRet, const char* reason) {
-    g_Logger.LogEvent(tag, "-Ret=%d, pcRet=%d, penHandle=%d, %s. %s", insPenFailure, pcRet, handleBefore,
-                      target.c_str(), reason);
+    g_Logger.LogEvent(tag, "-Ret=%d, pcRet=%d, penHandle=%d, %s. %s", insPenFailure, pcRet, handleBefore, target.text(),
+                      reason);
     return insPenFailure;
   };
   uint64_t penId = 0;
@@ -68,7 +95,7 @@ InsResCode RunOnPen(const char* tag, const int32_t* penHandle, const std::string
   pcRet = mark.Register();
   if (pcRet != 0) return refuse(pcRet, "Unable register install_penId");
 
-  InsResCode result = Guarded(insAborted, work);
+  InsResCode result = Guarded(tag, insAborted, work);
   pcRet = mark.Unregister();
   if (pcRet != 0) {
     result = insPenFailure;
@@ -77,117 +104,117 @@ InsResCode RunOnPen(const char* tag, const int32_t* penHandle, const std::string
   if (cfg && (cfg->flags & insFlagFirmware) != 0 && *penHandle != handleBefore) {
     result = EnumerateMovedPen(tag, *penHandle, result);
   }
-  g_Logger.LogEvent(tag, "-Ret=%d, penHandle=%d, %s", result, *penHandle, target.c_str());
+  g_Logger.LogEvent(tag, "-Ret=%d, penHandle=%d, %s", result, *penHandle, target.text());
   return result;
+}
+
+// An install of either form. Without a pen it reports what stays on the desktop, which `announce` says.
+template <typename Bundle, typename Announce>
+InsResCode Install(const char* tag, const Target& target, Bundle bundle, int32_t* penHandle, const PenUpdateCfg* cfg,
+                   PenUpdateProgressCallback callback, void* userData, const Announce& announce) {
+  const auto install = [&] { return g_Quarveler.StartInstall(penHandle, bundle, cfg, callback, userData); };
+  if (penHandle && *penHandle != 0) return RunOnPen(tag, penHandle, target, cfg, install);
+  announce();
+  return Served(tag, insAborted, install,
+                [&](InsResCode result) { g_Logger.LogEvent(tag, "-Ret=%d, %s", result, target.text()); });
 }
 
 }  // namespace
 
 InsResCode insGetVersion(int* parts, char* text, int textSize) {
-  InsResCode result = insNoOutput;
-  if (parts) {
-    std::copy(std::begin(kVersionNumbers), std::end(kVersionNumbers), parts);
-    result = insSuccess;
-  }
-  if (text) {
+  const auto tell = [&] {
+    if (parts) std::copy(std::begin(kVersionNumbers), std::end(kVersionNumbers), parts);
     // A size of 0 or less means that the host vouches for the room.
     const size_t size = textSize < 1 ? sizeof kVersionText : static_cast<size_t>(textSize);
-    std::memcpy(text, kVersionText, std::min(size, sizeof kVersionText));
-    result = insSuccess;
-  }
-  g_Logger.LogEvent("insGetVersion", "Ret=%d, Version=%s", result, kVersionText);
-  return result;
+    if (text) std::memcpy(text, kVersionText, std::min(size, sizeof kVersionText));
+    return parts || text ? insSuccess : insNoOutput;
+  };
+  return Served("insGetVersion", insNoOutput, tell, [](InsResCode result) {
+    g_Logger.LogEvent("insGetVersion", "Ret=%d, Version=%s", result, kVersionText);
+  });
 }
 
 InsResCode insSetupLog(char enable, const char* logFile, uint64_t maxLogSize) {
   constexpr const char* kTag = "insSetupLog";
+  const auto set = [&](int flags, const char* file, unsigned long size) {
+    return Guarded(kTag, insSuccess, [&] {
+      g_Logger.Init(flags, file, nullptr, size, kShrinkSize, kFlushInterval, kMessageLimit);
+      return insSuccess;
+    });
+  };
   if (!enable) {
     g_Logger.LogEvent(kTag, "Ret=%d, Enable=%d, Version=%s", insSuccess, 0, kVersionText);
-    g_Logger.Init(CLogger::kNoFile, nullptr, nullptr, kDefaultLogSize, kShrinkSize, kFlushInterval, kMessageLimit);
-    return insSuccess;
+    return set(CLogger::kNoFile, nullptr, kDefaultLogSize);
   }
   const unsigned long size = maxLogSize == 0 ? kDefaultLogSize : static_cast<uint32_t>(maxLogSize);
-  g_Logger.Init(0, logFile ? logFile : "Quarvel.log", nullptr, size, kShrinkSize, kFlushInterval, kMessageLimit);
-  g_Logger.LogEvent(kTag, "Ret=%d, Enable=%d, Version=%s, LogFile=%s", insSuccess, 1, kVersionText,
-                    logFile ? logFile : "(null)");
-  return insSuccess;
+  const InsResCode result = set(0, logFile ? logFile : "Quarvel.log", size);
+  g_Logger.LogEvent(kTag, "Ret=%d, Enable=%d, Version=%s, LogFile=%s", result, 1, kVersionText, Shown(logFile));
+  return result;
 }
 
 InsResCode insLoadBundle(const char* bundleFile, int* bundleHandle) {
   constexpr const char* kTag = "insLoadBundle";
-  const InsResCode result = Guarded(insExtractFailed, [&] { return g_Quarveler.LoadBundle(bundleFile, bundleHandle); });
-  if (bundleHandle) {
-    g_Logger.LogEvent(kTag, "Ret=%d, BundleFile=%s, bundleHandle=%d", result, Shown(bundleFile), *bundleHandle);
-  } else {
-    g_Logger.LogEvent(kTag, "Ret=%d, BundleFile=%s", result, Shown(bundleFile));
-  }
-  return result;
+  const auto load = [&] { return g_Quarveler.LoadBundle(bundleFile, bundleHandle); };
+  return Served(kTag, insExtractFailed, load, [&](InsResCode result) {
+    if (bundleHandle) {
+      g_Logger.LogEvent(kTag, "Ret=%d, BundleFile=%s, bundleHandle=%d", result, Shown(bundleFile), *bundleHandle);
+    } else {
+      g_Logger.LogEvent(kTag, "Ret=%d, BundleFile=%s", result, Shown(bundleFile));
+    }
+  });
 }
 
 InsResCode insReleaseBundle(int bundleHandle) {
-  const InsResCode result = Guarded(insNoBundle, [&] { return g_Quarveler.ReleaseBundle(bundleHandle); });
-  g_Logger.LogEvent("insReleaseBundle", "Ret=%d, bundleHandle=%d", result, bundleHandle);
-  return result;
+  const auto release = [&] { return g_Quarveler.ReleaseBundle(bundleHandle); };
+  return Served("insReleaseBundle", insNoBundle, release, [&](InsResCode result) {
+    g_Logger.LogEvent("insReleaseBundle", "Ret=%d, bundleHandle=%d", result, bundleHandle);
+  });
 }
 
 InsResCode insVerifyBundle(int bundleHandle, const PenUpdateCfg* cfg) {
-  const InsResCode result = Guarded(insNotVerified, [&] { return g_Quarveler.VerifyBundle(bundleHandle, cfg); });
-  g_Logger.LogEvent("insVerifyBundle", "Ret=%d, bundleHandle=%d", result, bundleHandle);
-  return result;
+  const auto verify = [&] { return g_Quarveler.VerifyBundle(bundleHandle, cfg); };
+  return Served("insVerifyBundle", insNotVerified, verify, [&](InsResCode result) {
+    g_Logger.LogEvent("insVerifyBundle", "Ret=%d, bundleHandle=%d", result, bundleHandle);
+  });
 }
 
 InsResCode insVerifyBundleFile(const char* bundleFile, const PenUpdateCfg* cfg) {
-  const InsResCode result = Guarded(insNotVerified, [&] { return g_Quarveler.VerifyBundle(bundleFile, cfg); });
-  g_Logger.LogEvent("insVerifyBundleFile", "Ret=%d, bundleFile=%s", result, Shown(bundleFile));
-  return result;
+  const auto verify = [&] { return g_Quarveler.VerifyBundle(bundleFile, cfg); };
+  return Served("insVerifyBundleFile", insNotVerified, verify, [&](InsResCode result) {
+    g_Logger.LogEvent("insVerifyBundleFile", "Ret=%d, bundleFile=%s", result, Shown(bundleFile));
+  });
 }
 
 InsResCode insStartInstall(int32_t* penHandle, int bundleHandle, const PenUpdateCfg* cfg,
                            PenUpdateProgressCallback callback, void* userData) {
   constexpr const char* kTag = "insStartInstall";
-  const auto install = [&] { return g_Quarveler.StartInstall(penHandle, bundleHandle, cfg, callback, userData); };
-  if (HasPen(penHandle)) {
-    return Guarded(insAborted, [&] {
-      return RunOnPen(kTag, penHandle, "bundleHandle=" + std::to_string(bundleHandle), cfg, install);
-    });
-  }
-  g_Logger.LogEvent(kTag, "+BundleHandle=%d. Perform notify non pen packages.", bundleHandle);
-  const InsResCode result = Guarded(insAborted, install);
-  g_Logger.LogEvent(kTag, "-Ret=%d, bundleHandle=%d", result, bundleHandle);
-  return result;
+  return Install(kTag, Target("bundleHandle", bundleHandle), bundleHandle, penHandle, cfg, callback, userData,
+                 [&] { g_Logger.LogEvent(kTag, "+BundleHandle=%d. Perform notify non pen packages.", bundleHandle); });
 }
 
 InsResCode insStartInstallFile(int32_t* penHandle, const char* bundleFile, const PenUpdateCfg* cfg,
                                PenUpdateProgressCallback callback, void* userData) {
   constexpr const char* kTag = "insStartInstallFile";
-  const auto install = [&] { return g_Quarveler.StartInstall(penHandle, bundleFile, cfg, callback, userData); };
-  if (HasPen(penHandle)) {
-    return Guarded(insAborted, [&] {
-      return RunOnPen(kTag, penHandle, std::string("bundleFile=") + Shown(bundleFile), cfg, install);
-    });
-  }
-  g_Logger.LogEvent(kTag, "+BundleFile=%s. Perform notify non pen packages.", Shown(bundleFile));
-  const InsResCode result = Guarded(insAborted, install);
-  g_Logger.LogEvent(kTag, "-Ret=%d, bundleFile=%s", result, Shown(bundleFile));
-  return result;
+  return Install(kTag, Target("bundleFile", bundleFile), bundleFile, penHandle, cfg, callback, userData, [&] {
+    g_Logger.LogEvent(kTag, "+BundleFile=%s. Perform notify non pen packages.", Shown(bundleFile));
+  });
 }
 
 InsResCode insRemoveGroup(int32_t penHandle, const char* groupName, PenUpdateProgressCallback callback,
                           void* userData) {
-  return Guarded(insAborted, [&] {
-    return RunOnPen("insRemoveGroup", &penHandle, std::string("groupName=") + Shown(groupName), nullptr,
-                    [&] { return g_Quarveler.Remove(penHandle, groupName, callback, userData); });
-  });
+  return RunOnPen("insRemoveGroup", &penHandle, Target("groupName", groupName), nullptr,
+                  [&] { return g_Quarveler.Remove(penHandle, groupName, callback, userData); });
 }
 
 InsResCode insAbort(uint64_t penId) {
-  const InsResCode result = g_Quarveler.Abort(penId);
-  g_Logger.LogEvent("insAbort", "Ret=%d, penId=%llu", result, static_cast<unsigned long long>(penId));
-  return result;
+  const auto abort = [&] { return g_Quarveler.Abort(penId); };
+  return Served("insAbort", insNotRunning, abort, [&](InsResCode result) {
+    g_Logger.LogEvent("insAbort", "Ret=%d, penId=%llu", result, static_cast<unsigned long long>(penId));
+  });
 }
 
 InsResCode insAbortAll(void) {
-  const InsResCode result = g_Quarveler.AbortAll();
-  g_Logger.LogEvent("insAbortAll", "Ret=%d", result);
-  return result;
+  const auto abort = [] { return g_Quarveler.AbortAll(); };
+  return Served("insAbortAll", insSuccess, abort,
+                [](InsResCode result) { g_Logger.LogEvent("insAbortAll", "Ret=%d", result); });
 }

@@ -10,9 +10,7 @@ namespace {
 
 InsResCode LoadAndVerify(CBundle& bundle, const char* bundleFile, const PenUpdateCfg& cfg) {
   const InsResCode loaded = bundle.Load(bundleFile);
-  if (loaded != insSuccess) return loaded;
-  const InsResCode certified = bundle.LoadVerifyingInfos(cfg.certificates, cfg.certificateCount);
-  return certified == insSuccess ? bundle.Verify() : certified;
+  return loaded == insSuccess ? bundle.Verify(cfg.certificates, cfg.certificateCount) : loaded;
 }
 
 InsResCode ReportMissingConfig(const char* tag) {
@@ -35,7 +33,8 @@ InsResCode CQuarveler::LoadBundle(const char* bundleFile, int* bundleHandle) {
   const InsResCode result = bundle->Load(bundleFile);
   if (result != insSuccess) return result;
   const std::lock_guard lock(m_Locker);
-  m_mBundles.emplace(++m_nLastHandle, std::move(bundle));
+  m_mBundles.emplace(m_nLastHandle + 1, std::move(bundle));  // which may fail for lack of memory
+  ++m_nLastHandle;
   if (bundleHandle) *bundleHandle = m_nLastHandle;
   return insSuccess;
 }
@@ -56,10 +55,7 @@ std::shared_ptr<CBundle> CQuarveler::GetBundle(int bundleHandle) {
 InsResCode CQuarveler::VerifyBundle(int bundleHandle, const PenUpdateCfg* cfg) {
   if (!cfg) return ReportMissingConfig("VerifyBundle");
   const std::shared_ptr<CBundle> bundle = GetBundle(bundleHandle);
-  if (!bundle) return insNoBundle;
-  const std::lock_guard lock(bundle->verifyingLock());
-  const InsResCode certified = bundle->LoadVerifyingInfos(cfg->certificates, cfg->certificateCount);
-  return certified == insSuccess ? bundle->Verify() : certified;
+  return bundle ? bundle->Verify(cfg->certificates, cfg->certificateCount) : insNoBundle;
 }
 
 InsResCode CQuarveler::VerifyBundle(const char* bundleFile, const PenUpdateCfg* cfg) {

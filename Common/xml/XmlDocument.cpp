@@ -86,6 +86,12 @@ bool XML::Load(const char* source, int mode, XMLTransform* transform, void* data
   return true;
 }
 
+bool XML::LoadText(Z<char> text) {
+  Clear();
+  Parse(std::move(text));
+  return true;
+}
+
 bool XML::LoadText(const wchar_t* text) {
   if (!text) return Load(nullptr, 1);
   Z<char> bytes(std::wcslen(text) * 4 + 1000);

@@ -62,6 +62,8 @@ class XML {
   // Clears the document and loads another. Always true; ParseStatus tells how it went.
   bool Load(const char* source, int mode, XMLTransform* transform = nullptr, void* data = nullptr);
   bool LoadText(const char* text) { return Load(text, 1); }
+  // The same with a text that is handed over, with kSlack bytes of zero behind it, and so is not copied.
+  bool LoadText(Z<char> text);
   bool LoadText(const wchar_t* text);
   void Clear();
 

@@ -8,6 +8,7 @@
 #include <new>
 
 #include "Common/Logger_mac.h"
+#include "Common/SharedFolder.h"
 #include "Common/zip/ZipArchive.h"
 #include "Common/zip/ZipExtraction.h"
 
@@ -30,13 +31,26 @@ void AppendMember(unzFile zip, char* buffer, std::string& content) {
 
 }  // namespace
 
-int32_t CZip::ExtractZip(const char* zipFile, const char* destFolder, bool skipUnchanged, CLogger* logger,
-                         FolderTrust trust, KeptFiles* kept) {
-  CZipExtraction extraction(zipFile ? zipFile : "", destFolder ? destFolder : "", skipUnchanged, trust);
+int32_t CZip::ExtractZip(const char* zipFile, const char* destFolder, bool skipUnchanged, CLogger* logger) {
+  CZipExtraction extraction(zipFile ? zipFile : "", destFolder ? destFolder : "", skipUnchanged);
   const int32_t result = extraction.Run();
   if (logger) extraction.Log(*logger);
-  if (kept) *kept = extraction.Kept();
   return result;
+}
+
+int32_t CZip::ExtractZip(const char* zipFile, int descriptor, CSharedFolder& destination, CLogger* logger,
+                         KeptFiles* kept) {
+  CZipExtraction extraction(zipFile ? zipFile : "", descriptor, destination);
+  const int32_t result = extraction.Run();
+  destination.EndReplacing();
+  if (logger) extraction.Log(*logger);
+  if (kept) *kept = extraction.TakeKept();
+  return result;
+}
+
+std::optional<uint64_t> CZip::KeptFiles::SizeOf(std::string_view name) const {
+  const auto found = m_sizes.find(name);
+  return found == m_sizes.end() ? std::nullopt : std::optional(found->second);
 }
 
 int32_t CZip::ReadInternalFile(const char* zipFile, const char* memberName, std::string& content, CLogger* logger) {

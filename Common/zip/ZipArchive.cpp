@@ -17,9 +17,14 @@ constexpr size_t kWindowSize = 128 * 1024;
 
 bool CZipFile::Open(const char* path) {
   // Without O_NONBLOCK a pipe of that name would keep the caller waiting.
-  m_fd = UniqueFd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  m_own = UniqueFd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  return Use(m_own.get());
+}
+
+bool CZipFile::Use(int descriptor) {
   struct stat status {};
-  if (!m_fd || fstat(m_fd.get(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
+  if (descriptor < 0 || fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) return false;
+  m_descriptor = descriptor;
   m_size = static_cast<uint64_t>(status.st_size);
   return true;
 }
@@ -27,7 +32,7 @@ bool CZipFile::Open(const char* path) {
 size_t CZipFile::ReadAt(uint64_t position, uint8_t* out, size_t size) const {
   size_t done = 0;
   while (done < size) {
-    const ssize_t got = pread(m_fd.get(), out + done, size - done, static_cast<off_t>(position + done));
+    const ssize_t got = pread(m_descriptor, out + done, size - done, static_cast<off_t>(position + done));
     if (got < 0 && errno == EINTR) continue;
     if (got <= 0) break;
     done += static_cast<size_t>(got);

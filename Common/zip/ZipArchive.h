@@ -21,12 +21,16 @@ class CZipFile {
  public:
   // False when there is no regular file that can be read.
   bool Open(const char* path);
+  // The same with a file that is open already and stays its owner's.
+  bool Use(int descriptor);
+  bool IsOpen() const { return m_descriptor >= 0; }
   // Reads up to `size` bytes at `position`; fewer only at the end of the file or where it cannot be read.
   size_t ReadAt(uint64_t position, uint8_t* out, size_t size) const;
   uint64_t size() const { return m_size; }
 
  private:
-  UniqueFd m_fd;
+  UniqueFd m_own;
+  int m_descriptor = -1;
   uint64_t m_size = 0;
 };
 

@@ -1,12 +1,11 @@
 #include "Common/zip/ZipExtraction.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <atomic>
 #include <functional>
 #include <new>
 #include <system_error>
+#include <unordered_map>
 #include <unordered_set>
 
 #include "Common/FileUtil.h"
@@ -47,13 +46,34 @@ bool IsRoundabout(std::string_view name) {
   return name.starts_with("./") || name.find("//") != name.npos || name.find("/./") != name.npos;
 }
 
+// The one name of a file that may be written in roundabout ways.
+std::string Straightened(std::string_view name) {
+  std::string straight;
+  for (size_t start = 0, end = 0; start <= name.size(); start = end + 1) {
+    end = std::min(name.find('/', start), name.size());
+    const std::string_view part = name.substr(start, end - start);
+    if (part.empty() || part == ".") continue;
+    if (!straight.empty()) straight += '/';
+    straight += part;
+  }
+  return straight;
+}
+
 }  // namespace
 
-CZipExtraction::CZipExtraction(std::string zipFile, std::string destFolder, bool skipUnchanged, CZip::FolderTrust trust)
+CZipExtraction::CZipExtraction(std::string zipFile, std::string destFolder, bool skipUnchanged)
     : m_zipFile(std::move(zipFile)),
       m_destination(WithSlashes(std::move(destFolder))),
-      m_skipUnchanged(skipUnchanged),
-      m_trust(trust) {}
+      m_skipUnchanged(skipUnchanged) {}
+
+CZipExtraction::CZipExtraction(std::string zipFile, int descriptor, CSharedFolder& destination)
+    : m_zipFile(std::move(zipFile)),
+      m_destination(destination.path()),
+      m_skipUnchanged(true),
+      m_shared(&destination),
+      m_tree(&destination.tree()) {
+  m_file.Use(descriptor);
+}
 
 int32_t CZipExtraction::Run() {
   try {
@@ -66,8 +86,10 @@ int32_t CZipExtraction::Run() {
 
 void CZipExtraction::Extract() {
   if (!OpenDestination() || !ListMembers() || !RefuseStrayNames()) return;
+  LeaveOutTheLock();
+  FindShadowed();
   FindChanges();
-  if (!MakeRoom()) return;
+  if (!AskToReplace() || !MakeRoom()) return;
   MakeFolders();
   WriteMembers();
 }
@@ -85,13 +107,15 @@ void CZipExtraction::Log(CLogger& logger) const {
   }
 }
 
-CZip::KeptFiles CZipExtraction::Kept() const {
+CZip::KeptFiles CZipExtraction::TakeKept() {
   CZip::KeptFiles kept;
-  // Where members share targets, one may have been written over another that was found unchanged.
-  if (m_inTurn || m_failure.failure()) return kept;
-  kept.reserve(m_members.size() - m_writes.size());
-  for (size_t i = 0; i < m_mustWrite.size(); ++i) {
-    if (!m_mustWrite[i] && !m_members[i].isFolder) kept.emplace(NameOf(m_members[i]), m_members[i].place.size);
+  if (m_failure.failure()) return kept;
+  kept.m_names = std::make_unique<const std::string>(std::move(m_names));
+  kept.m_sizes.reserve(m_members.size() - m_writes.size());
+  const std::string_view names = *kept.m_names;
+  for (const Member& member : m_members) {
+    if (member.state != State::kUnchanged) continue;
+    kept.m_sizes.emplace(names.substr(member.nameStart, member.nameSize), member.place.size);
   }
   return kept;
 }
@@ -107,19 +131,14 @@ bool CZipExtraction::FailWith(size_t member, int32_t result, int status, std::st
 }
 
 bool CZipExtraction::OpenDestination() {
-  struct stat before {};
-  m_isFresh = lstat(m_destination.c_str(), &before) != 0;
-  const bool isOwn = m_trust == CZip::kOwnFolder;
+  if (m_shared) return true;
   const bool isOpen = !m_destination.empty() && CFileUtil::CreateFolder((m_destination + "/").c_str(), true) &&
-                      m_tree.Open(m_destination.c_str(), !isOwn);
-  // Only now, on the open folder: what was looked at before could have been replaced since.
-  const char* fault = isOwn ? m_tree.Fault(m_destination.c_str()) : nullptr;
-  if (fault) return Fail(0, CZip::kUntrustedFolder, "Folder " + m_destination + " is not safe to use: " + fault);
+                      m_ownTree.Open(m_destination.c_str(), true);
   return isOpen || Fail(0, CZip::kNoFolder, "Cannot create folder " + m_destination);
 }
 
 bool CZipExtraction::ListMembers() {
-  const bool isOpen = m_file.Open(m_zipFile.c_str());
+  const bool isOpen = m_shared ? m_file.IsOpen() : m_file.Open(m_zipFile.c_str());
   CZipReader reader(m_file);
   const unzFile zip = reader.handle();
   if (!isOpen || !zip) return Fail(0, CZip::kCannotOpen, "Cannot open file zip " + m_zipFile);
@@ -157,7 +176,7 @@ bool CZipExtraction::AddMember(unzFile zip) {
                        info.tmu_date,
                        m_names.size(),
                        static_cast<uint32_t>(kept.size()),
-                       (info.external_fa & kUnixFolderBit) != 0});
+                       (info.external_fa & kUnixFolderBit) != 0 ? State::kFolder : State::kMissing});
   m_names += kept;
   return true;
 }
@@ -172,37 +191,24 @@ bool CZipExtraction::RefuseStrayNames() {
   return true;
 }
 
-void CZipExtraction::FindChanges() {
-  m_mustWrite.assign(m_members.size(), 1);
-  if (m_skipUnchanged && !m_isFresh) {
-    constexpr size_t kShare = 512;
-    const size_t shares = (m_members.size() + kShare - 1) / kShare;
-    CWorkers::Share(shares,
-                    [&](size_t share) { LookAt(share * kShare, std::min(m_members.size(), (share + 1) * kShare)); });
-  }
+// A folder that others rely on has its locks in a file of its own.
+void CZipExtraction::LeaveOutTheLock() {
+  if (!m_shared) return;
   for (size_t i = 0; i < m_members.size(); ++i) {
-    if (m_mustWrite[i] && !m_members[i].isFolder) m_writes.push_back(i);
-  }
-  // Also when nothing seems to be written: the one file is no sign that each of its members can be opened.
-  m_inTurn = MayShareTargets();
-}
-
-void CZipExtraction::LookAt(size_t begin, size_t end) {
-  CFolderCursor cursor(m_tree);
-  for (size_t i = begin; i < end; ++i) {
-    const Member& member = m_members[i];
-    m_mustWrite[i] =
-        !member.isFolder && CZipUnpacker::MustWrite(cursor, NameOf(member), member.place.size, member.date);
+    if (Straightened(NameOf(m_members[i])) != CSharedFolder::kLockName) continue;
+    m_members[i].state = State::kLeftOut;
+    m_notes.emplace_back(i, "Member " + std::string(NameOf(m_members[i])) + " of zip " + m_zipFile +
+                                " has a reserved name and is left out");
   }
 }
 
 bool CZipExtraction::MayShareTargets() const {
-  // Names that only seem equal, by their hashes or for being written in a roundabout way, cost nothing but the second
-  // core.
+  // Names that only seem equal, by their hashes or for being written in a roundabout way, cost nothing but a closer
+  // look.
   std::vector<size_t> targets;
   targets.reserve(m_members.size());
   for (const Member& member : m_members) {
-    if (member.isFolder) continue;
+    if (member.state != State::kMissing) continue;
     if (IsRoundabout(NameOf(member))) return true;
     targets.push_back(std::hash<std::string_view>{}(NameOf(member)));
   }
@@ -210,13 +216,65 @@ bool CZipExtraction::MayShareTargets() const {
   return std::adjacent_find(targets.begin(), targets.end()) != targets.end();
 }
 
+void CZipExtraction::FindShadowed() {
+  if (!MayShareTargets()) return;
+  std::unordered_map<std::string, std::vector<size_t>> membersOf;
+  for (size_t i = 0; i < m_members.size(); ++i) {
+    if (m_members[i].state == State::kMissing) membersOf[Straightened(NameOf(m_members[i]))].push_back(i);
+  }
+  for (const auto& [target, sharers] : membersOf) Shadow(sharers);
+}
+
+// What counts is what would stand there if all were unpacked in turn: a member whose size the file has already is
+// skipped, so of equally long ones at the end the first stays.
+void CZipExtraction::Shadow(std::span<const size_t> sharers) {
+  size_t counts = sharers.size() - 1;
+  const auto sizeOf = [&](size_t sharer) { return m_members[sharers[sharer]].place.size; };
+  while (m_skipUnchanged && counts > 0 && sizeOf(counts - 1) == sizeOf(counts)) --counts;
+  for (size_t i = 0; i < sharers.size(); ++i) {
+    if (i != counts) m_members[sharers[i]].state = State::kShadowed;
+  }
+}
+
+void CZipExtraction::FindChanges() {
+  constexpr size_t kShare = 512;
+  const size_t shares = (m_members.size() + kShare - 1) / kShare;
+  CWorkers::Share(shares,
+                  [&](size_t share) { LookAt(share * kShare, std::min(m_members.size(), (share + 1) * kShare)); });
+  for (size_t i = 0; i < m_members.size(); ++i) {
+    const State state = m_members[i].state;
+    if (state == State::kMissing || state == State::kChanged || state == State::kShadowed) m_writes.push_back(i);
+  }
+}
+
+void CZipExtraction::LookAt(size_t begin, size_t end) {
+  CFolderCursor cursor(*m_tree);
+  for (size_t i = begin; i < end; ++i) {
+    Member& member = m_members[i];
+    if (member.state != State::kMissing) continue;
+    const ZipTarget target = CZipUnpacker::Look(cursor, NameOf(member), member.place.size, member.date);
+    if (target == ZipTarget::kUnchanged && m_skipUnchanged) member.state = State::kUnchanged;
+    if (target == ZipTarget::kChanged) member.state = State::kChanged;
+  }
+}
+
+// Before anything is written at all, where it is known by now.
+bool CZipExtraction::AskToReplace() {
+  const auto changed = std::find_if(m_members.begin(), m_members.end(),
+                                    [](const Member& member) { return member.state == State::kChanged; });
+  if (!m_shared || changed == m_members.end()) return true;
+  const std::string reason = m_shared->BeginReplacing();
+  return reason.empty() || Fail(static_cast<size_t>(changed - m_members.begin()), CZip::kFolderInUse,
+                                "Cannot replace file " + TargetOf(*changed) + ". " + reason);
+}
+
 bool CZipExtraction::MakeRoom() {
   uint64_t needed = 0;
   for (const size_t i : m_writes) {
-    const uint64_t size = m_members[i].place.size;
+    const uint64_t size = m_members[i].state == State::kShadowed ? 0 : m_members[i].place.size;
     needed = needed + size < needed ? UINT64_MAX : needed + size;
   }
-  const uint64_t free = needed > 0 ? m_tree.FreeBytes() : 0;
+  const uint64_t free = needed > 0 ? m_tree->FreeBytes() : 0;
   if (needed <= free) return true;
   return Fail(0, CZip::kNoRoom,
               "No room to unpack " + m_zipFile + " in " + m_destination + ": " + std::to_string(needed) +
@@ -228,16 +286,17 @@ void CZipExtraction::MakeFolders() {
   std::string_view latest;
   for (size_t i = 0; i < m_members.size(); ++i) {
     const Member& member = m_members[i];
-    if (!member.isFolder && !m_mustWrite[i]) continue;
+    const bool isFolder = member.state == State::kFolder;
+    if (!isFolder && member.state != State::kMissing && member.state != State::kChanged) continue;
     const std::string_view folder = CFolderTree::FolderPart(NameOf(member));
-    if ((!member.isFolder && folder == latest) || folder.empty()) continue;
+    if ((!isFolder && folder == latest) || folder.empty()) continue;
     latest = folder;
-    if (!made.insert(folder).second && !member.isFolder) continue;
-    if (!m_tree.Create(folder) && member.isFolder) m_notes.emplace_back(i, "Cannot create folder " + TargetOf(member));
+    if (!made.insert(folder).second && !isFolder) continue;
+    if (!m_tree->Create(folder) && isFolder) m_notes.emplace_back(i, "Cannot create folder " + TargetOf(member));
   }
-  if (m_isFresh || m_writes.empty()) return;
+  if (m_writes.empty()) return;
   made.insert("");
-  for (const std::string_view folder : made) CPartialFile::RemoveForgotten(m_tree.OpenFolder(folder).get());
+  for (const std::string_view folder : made) CPartialFile::RemoveForgotten(m_tree->OpenFolder(folder).get());
 }
 
 std::vector<CZipExtraction::Batch> CZipExtraction::Batches() const {
@@ -258,25 +317,19 @@ std::vector<CZipExtraction::Batch> CZipExtraction::Batches() const {
 }
 
 void CZipExtraction::WriteMembers() {
-  const bool lookAgain = m_skipUnchanged && (m_inTurn || !m_isFresh);
-  if (m_inTurn) {
-    // One that was found unchanged may be changed by the time its turn comes.
-    m_writes.clear();
-    for (size_t i = 0; i < m_members.size(); ++i) {
-      if (!m_members[i].isFolder) m_writes.push_back(i);
-    }
-  }
   const std::vector<Batch> batches = Batches();
   if (batches.empty()) return;
-  const unsigned workers = m_inTurn ? 1 : CWorkers::CountFor(batches.size());
   std::atomic<size_t> next = 0;
-  CWorkers::Run(workers, [&](unsigned) {
-    CZipUnpacker unpacker(m_file, m_tree, lookAgain);
+  CWorkers::Run(CWorkers::CountFor(batches.size()), [&](unsigned) {
+    CZipUnpacker unpacker(m_file, *m_tree, m_shared, m_skipUnchanged);
     for (size_t batch = 0; (batch = next++) < batches.size();) {
       for (const size_t i : batches[batch]) {
         if (m_failure.IsMoot(i)) return;
         const Member& member = m_members[i];
-        if (auto fault = unpacker.Write(NameOf(member), member.place, member.date)) Report(i, *fault);
+        const bool isShadowed = member.state == State::kShadowed;
+        const auto fault =
+            isShadowed ? unpacker.Check(member.place) : unpacker.Write(NameOf(member), member.place, member.date);
+        if (fault) Report(i, *fault);
       }
     }
   });
@@ -289,6 +342,9 @@ void CZipExtraction::Report(size_t i, const CZipUnpacker::Fault& fault) {
       break;
     case CZip::kCannotOpen:
       Fail(i, fault.result, "Cannot open file " + TargetOf(m_members[i]));
+      break;
+    case CZip::kFolderInUse:
+      Fail(i, fault.result, "Cannot replace file " + TargetOf(m_members[i]) + ". " + fault.reason);
       break;
     default:
       Fail(i, fault.result,

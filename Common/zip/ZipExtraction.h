@@ -21,7 +21,10 @@ class CLogger;
 
 class CZipExtraction {
  public:
-  CZipExtraction(std::string zipFile, std::string destFolder, bool skipUnchanged, CZip::FolderTrust trust);
+  // Into a folder of nobody's.
+  CZipExtraction(std::string zipFile, std::string destFolder, bool skipUnchanged);
+  // From an open archive into a folder that others rely on; both must outlive it.
+  CZipExtraction(std::string zipFile, int descriptor, CSharedFolder& destination);
 
   // Does it all; returns 0 or a CZip::Result.
   int32_t Run();
@@ -29,16 +32,19 @@ class CZipExtraction {
   // Writes what Run had to say.
   void Log(CLogger& logger) const;
 
-  // The files that Run left as they are.
-  CZip::KeptFiles Kept() const;
+  // The files that Run left as they are; for once, after everything else.
+  CZip::KeptFiles TakeKept();
 
  private:
+  // What a member is to the extraction: a folder; a file that stands there unchanged, is missing or stands there
+  // changed; a file in whose place another member is unpacked; one that is left out.
+  enum class State : uint8_t { kFolder, kUnchanged, kMissing, kChanged, kShadowed, kLeftOut };
   struct Member {
     ZipMemberPlace place;
     tm_unz date;
     size_t nameStart;  // in m_names
     uint32_t nameSize;
-    bool isFolder;
+    State state;
   };
   using Batch = std::span<const size_t>;  // of m_writes
   struct Failure {
@@ -54,12 +60,16 @@ class CZipExtraction {
   bool OpenDestination();
   bool ListMembers();
   bool RefuseStrayNames();
+  bool AskToReplace();
   bool MakeRoom();
 
   bool AddMember(unzFile zip);
+  void LeaveOutTheLock();
+  void FindShadowed();
+  bool MayShareTargets() const;
+  void Shadow(std::span<const size_t> sharers);
   void FindChanges();
   void LookAt(size_t begin, size_t end);
-  bool MayShareTargets() const;
   void MakeFolders();
   void WriteMembers();
   std::vector<Batch> Batches() const;
@@ -73,16 +83,14 @@ class CZipExtraction {
   const std::string m_zipFile;
   const std::string m_destination;
   const bool m_skipUnchanged;
-  const CZip::FolderTrust m_trust;
+  CSharedFolder* const m_shared = nullptr;  // the destination, where others rely on it
 
-  CFolderTree m_tree;
-  bool m_isFresh = false;  // the destination was not there before
+  CFolderTree m_ownTree;  // the destination, where nobody else does
+  const CFolderTree* m_tree = &m_ownTree;
   CZipFile m_file;
   std::vector<Member> m_members;
   std::string m_names;                                  // of all members, one after the other
-  std::vector<uint8_t> m_mustWrite;                     // by member
-  std::vector<size_t> m_writes;                         // the members to be written, in the archive's order
-  bool m_inTurn = false;                                // members share targets, so that their order decides what stays
+  std::vector<size_t> m_writes;                         // members to be written or only opened, in the archive's order
   std::vector<std::pair<size_t, std::string>> m_notes;  // what went wrong without being a failure, by member
   CFirstFailure<Failure> m_failure;                     // by member
 };

@@ -62,41 +62,72 @@ CQuietSizeLimit::~CQuietSizeLimit() {
   pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
 }
 
-CZipUnpacker::CZipUnpacker(const CZipFile& file, const CFolderTree& tree, bool lookAgain)
-    : m_reader(file), m_member(m_reader), m_cursor(tree), m_transfer(kWriteSize), m_lookAgain(lookAgain) {}
+CZipUnpacker::CZipUnpacker(const CZipFile& file, const CFolderTree& tree, CSharedFolder* shared, bool skipUnchanged)
+    : m_reader(file),
+      m_member(m_reader),
+      m_cursor(tree),
+      m_shared(shared),
+      m_transfer(kWriteSize),
+      m_skipUnchanged(skipUnchanged) {}
 
-bool CZipUnpacker::MustWrite(CFolderCursor& cursor, std::string_view name, uint64_t size, const tm_unz& date) {
+ZipTarget CZipUnpacker::Look(CFolderCursor& cursor, std::string_view name, uint64_t size, const tm_unz& date) {
   const auto [folder, leaf] = Split(name);
   char text[CFolderTree::kNameSize];
   struct stat status {};
   const int at = cursor.At(folder);
-  return at < 0 || !CFolderTree::ToName(leaf, text) || fstatat(at, text, &status, AT_SYMLINK_NOFOLLOW) != 0 ||
-         !S_ISREG(status.st_mode) || static_cast<uint64_t>(status.st_size) != size || IsEpoch(date);
+  if (at < 0 || !CFolderTree::ToName(leaf, text) || fstatat(at, text, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+    return ZipTarget::kMissing;
+  }
+  const bool isIt = S_ISREG(status.st_mode) && static_cast<uint64_t>(status.st_size) == size && !IsEpoch(date);
+  return isIt ? ZipTarget::kUnchanged : ZipTarget::kChanged;
+}
+
+ZipTarget CZipUnpacker::LookAgain(std::string_view name, const ZipMemberPlace& place, const tm_unz& date) {
+  const ZipTarget target = Look(m_cursor, name, place.size, date);
+  return target == ZipTarget::kUnchanged && !m_skipUnchanged ? ZipTarget::kChanged : target;
+}
+
+std::optional<CZipUnpacker::Fault> CZipUnpacker::Check(const ZipMemberPlace& place) {
+  const int status = m_reader.handle() ? m_member.Open(place) : UNZ_ERRNO;
+  if (status == UNZ_OK) return std::nullopt;
+  return Fault{CZip::kCannotOpenMember, status};
+}
+
+std::optional<CZipUnpacker::Fault> CZipUnpacker::AskToReplace() {
+  std::string reason = m_shared ? m_shared->BeginReplacing() : "";
+  if (reason.empty()) return std::nullopt;
+  return Fault{CZip::kFolderInUse, 0, std::move(reason)};
 }
 
 std::optional<CZipUnpacker::Fault> CZipUnpacker::Write(std::string_view name, const ZipMemberPlace& place,
                                                        const tm_unz& date) {
-  if (const int status = m_reader.handle() ? m_member.Open(place) : UNZ_ERRNO) {
-    return Fault{CZip::kCannotOpenMember, status};
+  if (auto fault = Check(place)) return fault;
+  ZipTarget target = LookAgain(name, place, date);
+  if (target == ZipTarget::kUnchanged) return std::nullopt;
+  if (target == ZipTarget::kChanged) {
+    if (auto fault = AskToReplace()) return fault;
   }
-  if (m_lookAgain && !MustWrite(m_cursor, name, place.size, date)) return std::nullopt;
-
   const auto [folder, leaf] = Split(name);
+  char leafText[CFolderTree::kNameSize];
   const int at = m_cursor.At(folder);
-  if (at < 0 || leaf.empty()) return Fault{CZip::kCannotOpen, ENOENT};
+  if (at < 0 || leaf.empty() || !CFolderTree::ToName(leaf, leafText)) return Fault{CZip::kCannotOpen, ENOENT};
   CPartialFile file(at);
   if (file.fd() < 0) return Fault{CZip::kCannotOpen, errno};
-  if (const auto fault = Fill(file.fd())) return fault;
-  const time_t time = TimeOf(date);
-  const timespec times[2] = {{time, 0}, {time, 0}};
-  futimens(file.fd(), times);
+  if (auto fault = Fill(file.fd(), date)) return fault;
   if (!file.Close()) return Fault{CZip::kWriteFailed, errno};
-  m_leaf = leaf;
-  if (!file.Commit(m_leaf.c_str())) return Fault{CZip::kCannotOpen, errno};
+  if (target == ZipTarget::kMissing) {
+    if (file.CommitNew(leafText)) return std::nullopt;
+    if (errno != EEXIST) return Fault{CZip::kCannotOpen, errno};
+    // Somebody else was faster.
+    target = LookAgain(name, place, date);
+    if (target == ZipTarget::kUnchanged) return std::nullopt;
+    if (auto fault = AskToReplace()) return fault;
+  }
+  if (!file.Commit(leafText)) return Fault{CZip::kCannotOpen, errno};
   return std::nullopt;
 }
 
-std::optional<CZipUnpacker::Fault> CZipUnpacker::Fill(int fd) {
+std::optional<CZipUnpacker::Fault> CZipUnpacker::Fill(int fd, const tm_unz& date) {
   uint64_t written = 0;
   int64_t got = 0;
   while ((got = m_member.Read(m_transfer)) > 0) {
@@ -107,6 +138,9 @@ std::optional<CZipUnpacker::Fault> CZipUnpacker::Fill(int fd) {
   if (got < 0 && ftruncate(fd, static_cast<off_t>(written / kBlockSize * kBlockSize)) != 0) {
     return Fault{CZip::kWriteFailed, errno};
   }
+  const time_t time = TimeOf(date);
+  const timespec times[2] = {{time, 0}, {time, 0}};
+  futimens(fd, times);
   return std::nullopt;
 }
 

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "Common/FolderTree.h"
+#include "Common/SharedFolder.h"
 #include "Common/Zip.h"
 #include "Common/zip/ZipArchive.h"
 
@@ -29,34 +30,42 @@ class CQuietSizeLimit {
   bool m_wasPending;
 };
 
+// What stands where a member's file belongs.
+enum class ZipTarget : uint8_t { kMissing, kUnchanged, kChanged };
+
 class CZipUnpacker {
  public:
   struct Fault {
     int32_t result;  // a CZip::Result
     int error;       // minizip's status, or errno
+    std::string reason{};
   };
 
-  // `file` and `tree` must outlive it. With `lookAgain`, files that have the right size when their
-  // turn comes are left alone.
-  CZipUnpacker(const CZipFile& file, const CFolderTree& tree, bool lookAgain);
+  // `file`, `tree` and `shared` must outlive it; `shared`, which may be null, is asked before a file is replaced. With
+  // `skipUnchanged`, files that have the right size when their turn comes are left alone.
+  CZipUnpacker(const CZipFile& file, const CFolderTree& tree, CSharedFolder* shared, bool skipUnchanged);
 
-  // Writes one member under its name; nothing when it went well. `name` must stay as it is until the next call.
+  // Writes one member under its name; nothing when it went well.
   std::optional<Fault> Write(std::string_view name, const ZipMemberPlace& place, const tm_unz& date);
+  // Only makes sure that the member could be read.
+  std::optional<Fault> Check(const ZipMemberPlace& place);
 
-  // Whether `name` below the cursor's tree is anything but a regular file of `size` bytes. See CZip::DetectChange.
-  static bool MustWrite(CFolderCursor& cursor, std::string_view name, uint64_t size, const tm_unz& date);
+  // What `name` below the cursor's tree is, where a regular file of `size` bytes belongs. See CZip::DetectChange.
+  static ZipTarget Look(CFolderCursor& cursor, std::string_view name, uint64_t size, const tm_unz& date);
 
  private:
-  std::optional<Fault> Fill(int fd);
+  ZipTarget LookAgain(std::string_view name, const ZipMemberPlace& place, const tm_unz& date);
+  std::optional<Fault> AskToReplace();
+  std::optional<Fault> Fill(int fd, const tm_unz& date);
   time_t TimeOf(const tm_unz& date);
 
   CQuietSizeLimit m_quiet;
   CZipReader m_reader;
   CZipMember m_member;
   CFolderCursor m_cursor;
+  CSharedFolder* m_shared;
   std::vector<uint8_t> m_transfer;
-  bool m_lookAgain;
-  std::string m_leaf;
+  bool m_skipUnchanged;
   std::optional<tm_unz> m_latestDate;  // converting a date is slow, and neighbours often share theirs
   time_t m_latestTime = 0;
 };

@@ -1,23 +1,27 @@
-// One loaded bundle: the archive unpacked into a folder of its own, its manifest as groups and packages, its signature
-// records and the certificates to check them with. Once loaded, any thread may select and verify; verifications of one
-// bundle wait for each other. Nothing runs beside loading or destruction.
+// One loaded bundle: the archive unpacked into a folder that the bundle holds open for as long as it lives, its
+// manifest as groups and packages, its signature records and the certificates to check them with. Files are read
+// through the held folder, never through a path. Once loaded, any thread may select and verify, also side by side.
+// Nothing runs beside loading or destruction.
 #ifndef QUARVEL_INSTALLER_BUNDLE_BUNDLE_H
 #define QUARVEL_INSTALLER_BUNDLE_BUNDLE_H
 
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <span>
+#include <optional>
 #include <string>
-#include <unordered_map>
+#include <string_view>
 #include <vector>
 
 #include "Common/Locker.h"
+#include "Common/SharedFolder.h"
+#include "Common/Xml.h"
+#include "Common/Zip.h"
 #include "installer/QuarvelPublic.h"
 #include "installer/bundle/BundleModel.h"
+#include "installer/bundle/Certificates.h"
+#include "installer/bundle/DeferredLog.h"
 #include "installer/bundle/Verifier.h"
-
-class XMLElement;
 
 // The signature of one file, as the signature manifest gives it.
 struct BundleFileDRMInfo {
@@ -48,18 +52,28 @@ class CBundle {
   static bool CompareBndPak(const BundlePackage& a, const BundlePackage& b);
   static bool CompareBndPakRef(const BundlePackage* a, const BundlePackage* b);
 
-  // Certificates and checks.
+  // The certificates in force. Whoever holds them keeps them, whatever is loaded later.
+  using Certificates = std::shared_ptr<const CCertificates>;
   InsResCode LoadVerifyingInfos(const char* const* pemTexts, int32_t count);
   void ClearVerifyingInfos();
-  CVerifier* GetVerifier(const BundleFileDRMInfo* info);
-  CVerifier* GetVerifier(const BundlePackage& package);
+  Certificates GetVerifyingInfos() const;
+  const CVerifier* GetVerifier(const BundleFileDRMInfo* info) const;  // in force for as long as its certificates are
+  const CVerifier* GetVerifier(const BundlePackage& package) const;
   BundleFileDRMInfo* GetDRMInfo(std::string path);
-  InsResCode VerifyUpdateXML();
-  InsResCode Verify();
-  InsResCode Verify(BundlePackage& package);
 
-  // Held by a caller to whom it matters that nobody else changes the certificates before it has used them.
-  CLocker& verifyingLock() { return m_verifyingLock; }
+  // Checks of the manifest, of every file and of one package's, with the certificates in force or with given ones.
+  InsResCode VerifyUpdateXML() { return VerifyUpdateXML(*GetVerifyingInfos()); }
+  InsResCode VerifyUpdateXML(const CCertificates& certificates);
+  InsResCode Verify() { return Verify(*GetVerifyingInfos()); }
+  InsResCode Verify(const CCertificates& certificates);
+  InsResCode Verify(BundlePackage& package) { return Verify(package, *GetVerifyingInfos()); }
+  InsResCode Verify(BundlePackage& package, const CCertificates& certificates);
+  // Loads certificates and checks every file with exactly these, as one operation.
+  InsResCode Verify(const char* const* pemTexts, int32_t count);
+
+  // Holds the folder still for the transfer of a package's file and makes sure that `localPath` leads to it and, where
+  // `certificates` is given, that it still passes its check. Returns 0, -4 or -300.
+  InsResCode HoldForTransfer(BundlePackage& package, const CCertificates* certificates, CSharedFolder::Hold& hold);
 
   const std::string& bundleFile() const { return m_bundleFile; }
   const std::string& extractFolder() const { return m_extractFolder; }
@@ -67,30 +81,35 @@ class CBundle {
   const std::vector<BundleGroup>& groups() const { return m_groups; }
 
  private:
+  // The steps of Load.
+  int32_t OpenFolder(const struct stat& source);
   InsResCode ParseBundle();
-  InsResCode ParseGroup(const XMLElement* element, BundleGroup& group);
-  InsResCode ParsePackage(const XMLElement* element, const std::string& folder, BundlePackage& package);
   InsResCode LoadDRM();
-  // Sets the packages' file sizes; files without a known size, by their paths inside the bundle, are looked at.
-  void MeasureFiles(const std::unordered_map<std::string, uint64_t>& knownSizes);
+  InsResCode ParseGroups(const XML& document);
+  InsResCode ParseGroup(const XMLElement* element, BundleGroup& group, DeferredLog& log);
+  InsResCode ParsePackage(const XMLElement* element, const std::string& folder, BundlePackage& package,
+                          DeferredLog& log);
+  // Hands over the text of a manifest, nothing of one that is missing; its size without the slack goes to `*size`.
+  InsResCode ReadManifest(const char* tag, const char* name, std::optional<Z<char>>& text, size_t* size);
 
-  // The check of one file of the bundle at `path` with some of the verifiers; what must exist is `mustExist`.
-  using Verifiers = std::span<CVerifier* const>;
-  static InsResCode Check(const std::string& path, const std::string& mustExist, const BundleFileDRMInfo* info,
-                          Verifiers verifiers);
-  static CVerifier* FindVerifier(const BundleFileDRMInfo* info, Verifiers verifiers);
-  std::vector<CVerifier*> VerifierPointers() const;
+  // Bytes of the file at this path below the folder, 0 when there is none.
+  uint64_t SizeOf(const std::string& inside) const;
+  InsResCode ReplaceCertificates(const char* const* pemTexts, int32_t count, Certificates& inForce);
   // Logs what a check found, if it is a failure, and hands it on. `name` is the file's path inside the bundle.
   InsResCode Judge(const char* tag, InsResCode result, const std::string& name) const;
-  InsResCode VerifyPackages(const std::vector<const BundlePackage*>& packages);
+  InsResCode VerifyPackages(const std::vector<const BundlePackage*>& packages, const CCertificates& certificates);
 
   std::vector<BundleGroup> m_groups;
   std::string m_extractFolder;
   std::string m_description;
   std::string m_bundleFile;
+  std::unique_ptr<CSharedFolder> m_folder;              // null before it is loaded
+  CZip::KeptFiles m_keptFiles;                          // while it is loaded
+  FileDigest m_manifestDigest{};                        // of the bytes of "update.xml" that were parsed
   std::map<std::string, BundleFileDRMInfo> m_drmInfos;  // by lower-cased path inside the bundle
-  CLocker m_verifyingLock;                              // guards m_verifiers and what they are doing
-  std::vector<std::unique_ptr<CVerifier>> m_verifiers;  // in the order supplied
+
+  mutable CLocker m_certificatesLock;  // guards m_certificates; the certificates themselves never change
+  Certificates m_certificates = std::make_shared<CCertificates>();
 };
 
 #endif

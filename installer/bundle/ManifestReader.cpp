@@ -1,16 +1,28 @@
 // The manifest "update.xml": groups, their packages and what a pen is told about them.
+#include <errno.h>
 #include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <optional>
+#include <span>
 
 #include "Common/Logger_mac.h"
 #include "Common/StringUtil.h"
 #include "Common/Workers.h"
 #include "Common/Xml.h"
 #include "installer/bundle/Bundle.h"
+#include "installer/bundle/BundlePaths.h"
 
 namespace {
+
+// Bytes of a manifest's text: one of a hundred thousand packages has a sixth of this.
+constexpr uint64_t kLargestManifest = uint64_t{256} << 20;
+
+int32_t LowBits(uint64_t size) {
+  return static_cast<int32_t>(static_cast<uint32_t>(size));
+}
 
 BndPakTypes TypeOf(const std::string& fileType) {
   if (fileType == "Firmware") return BndPakFirmware;
@@ -52,15 +64,49 @@ void ReadProperties(const XMLElement* element, std::vector<BundlePackageProperty
 }  // namespace
 
 InsResCode CBundle::ParseBundle() {
-  // Both manifests are read at once; what this one says counts only when the other is good.
-  InsResCode signatures = insSuccess;
-  std::optional<XML> document;
-  CWorkers::Share(2, [&](size_t manifest) {
-    if (manifest == 0) signatures = LoadDRM();
-    if (manifest == 1) document.emplace((m_extractFolder + "/update.xml").c_str(), 0);
-  });
+  const InsResCode signatures = LoadDRM();
   if (signatures != insSuccess) return signatures;
-  const XMLElement* root = document->HasDefaultRoot() ? nullptr : document->GetRootElement();
+  std::optional<Z<char>> text;
+  size_t size = 0;
+  const InsResCode read = ReadManifest("ParseBundle", "update.xml", text, &size);
+  if (read != insSuccess) return read;
+  XML document;
+  if (text) {
+    // What is verified later must be what is parsed here. The text stays where it is while it is parsed.
+    const std::span<const char> bytes(static_cast<const char*>(*text), size);
+    CWorkers::Share(2, [&](size_t piece) {
+      if (piece == 0) document.LoadText(std::move(*text));
+      if (piece == 1) CVerifier::DigestBytes(bytes, m_manifestDigest);
+    });
+  }
+  return ParseGroups(document);
+}
+
+InsResCode CBundle::ReadManifest(const char* tag, const char* name, std::optional<Z<char>>& text, size_t* size) {
+  const UniqueFd file = m_folder->tree().OpenFile(name);
+  struct stat status {};
+  if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return insSuccess;
+  if (static_cast<uint64_t>(status.st_size) > kLargestManifest) {
+    g_Logger.LogEvent(tag, "File %s is too large: %llu bytes, at most %llu are read", name,
+                      static_cast<unsigned long long>(status.st_size),
+                      static_cast<unsigned long long>(kLargestManifest));
+    return insBadManifest;
+  }
+  *size = static_cast<size_t>(status.st_size);
+  text.emplace(*size + XML::kSlack);
+  size_t done = 0;
+  while (done < *size) {
+    const ssize_t got = read(file.get(), static_cast<char*>(*text) + done, *size - done);
+    if (got < 0 && errno == EINTR) continue;
+    if (got <= 0) break;  // it has become shorter: the rest is zero
+    done += static_cast<size_t>(got);
+  }
+  *size = done;
+  return insSuccess;
+}
+
+InsResCode CBundle::ParseGroups(const XML& document) {
+  const XMLElement* root = document.HasDefaultRoot() ? nullptr : document.GetRootElement();
   if (!root) {
     g_Logger.LogEvent("ParseBundle", "Not found UPDATE root element");
     return insBadManifest;
@@ -74,14 +120,16 @@ InsResCode CBundle::ParseBundle() {
   // All groups are there before any is filled: packages keep their addresses.
   m_groups.clear();
   m_groups.resize(list->GetChildrenNum());
+  std::vector<DeferredLog> logs(m_groups.size());
   // A group that cannot be read to its end stays with what was read.
-  CWorkers::Share(m_groups.size(), [&](size_t i) { ParseGroup(list->GetChildren()[i], m_groups[i]); });
+  CWorkers::Share(m_groups.size(), [&](size_t i) { ParseGroup(list->GetChildren()[i], m_groups[i], logs[i]); });
+  for (const DeferredLog& log : logs) log.WriteTo(g_Logger);
   return insSuccess;
 }
 
-InsResCode CBundle::ParseGroup(const XMLElement* element, BundleGroup& group) {
+InsResCode CBundle::ParseGroup(const XMLElement* element, BundleGroup& group, DeferredLog& log) {
   if (!element) {
-    g_Logger.LogEvent("ParseGroup", "Invalid Group");
+    log.LogEventText("ParseGroup", "Invalid Group");
     return insBadManifest;
   }
   element->GetChildContent("Name", group.name);
@@ -106,14 +154,14 @@ InsResCode CBundle::ParseGroup(const XMLElement* element, BundleGroup& group) {
 
   const XMLElement* files = element->GetChild("FileList");
   if (!files) {
-    g_Logger.LogEvent("ParseGroup", "Not found \"FileList\"");
+    log.LogEventText("ParseGroup", "Not found \"FileList\"");
     return insBadManifest;
   }
   group.packages.clear();
   group.packages.resize(files->GetChildrenNum());
   for (unsigned i = 0; i < files->GetChildrenNum(); ++i) {
     group.packages[i].group = &group;
-    const InsResCode result = ParsePackage(files->GetChildren()[i], group.folder, group.packages[i]);
+    const InsResCode result = ParsePackage(files->GetChildren()[i], group.folder, group.packages[i], log);
     if (result != insSuccess) return result;
   }
   // Mostly they stand in their order already.
@@ -123,18 +171,23 @@ InsResCode CBundle::ParseGroup(const XMLElement* element, BundleGroup& group) {
   return insSuccess;
 }
 
-InsResCode CBundle::ParsePackage(const XMLElement* element, const std::string& folder, BundlePackage& package) {
+InsResCode CBundle::ParsePackage(const XMLElement* element, const std::string& folder, BundlePackage& package,
+                                 DeferredLog& log) {
   if (!element) {
-    g_Logger.LogEvent("ParsePackage", "Invalid Package");
+    log.LogEventText("ParsePackage", "Invalid Package");
     return insBadManifest;
   }
   element->GetChildContent("Name", package.name);
   std::string fileName;
   if (element->GetChildContent("FileName", fileName)) {
     package.bundlePath = folder + "/" + fileName;
-    package.localPath = m_extractFolder + "/" + package.bundlePath;
-    std::replace(package.localPath.begin(), package.localPath.end(), '\\', '/');
+    const std::string inside = PathInside(package.bundlePath);
+    package.localPath = m_extractFolder + "/" + inside;
     package.drmInfo = GetDRMInfo(package.bundlePath);
+    package.fileSize = LowBits(SizeOf(inside));
+    if (LeadsOut(inside)) {
+      log.LogEventText("ParsePackage", "Package " + package.bundlePath + " leads out of the bundle and is not opened");
+    }
   }
   element->GetChildContent("GUID", package.guid);
   element->GetChildContent("Version", package.version);

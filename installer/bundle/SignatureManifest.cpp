@@ -30,7 +30,12 @@ std::shared_ptr<const CertSubject> SubjectOf(const std::string& text) {
 
 InsResCode CBundle::LoadDRM() {
   m_drmInfos.clear();
-  XML document((m_extractFolder + "/bom.xml").c_str(), 0);
+  std::optional<Z<char>> text;
+  size_t size = 0;
+  const InsResCode read = ReadManifest("LoadDRM", "bom.xml", text, &size);
+  if (read != insSuccess) return read;
+  XML document;
+  if (text) document.LoadText(std::move(*text));
   XMLElement* root = document.HasDefaultRoot() ? nullptr : document.GetRootElement();
   if (!root) {
     g_Logger.LogEvent("LoadDRM", "Not found BOM root element");
@@ -46,7 +51,7 @@ InsResCode CBundle::LoadDRM() {
     BundleFileDRMInfo info;
     if (entries[i]->GetVariable("subject", info.subjectText)) {
       // Mostly one signer signs it all.
-      const bool isSame = latest && latest->subjectText == info.subjectText;
+      const bool isSame = latest && latest->subject && latest->subjectText == info.subjectText;
       info.subject = isSame ? latest->subject : SubjectOf(info.subjectText);
       if (!info.subject) {
         g_Logger.LogEvent("LoadDRM", "Unable to load signature of file %s", name.c_str());

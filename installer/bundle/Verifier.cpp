@@ -125,21 +125,35 @@ bool CVerifier::VerifySignature(const char* file, const char* signatureBase64) {
 
 bool CVerifier::VerifySignature(int descriptor, const char* signatureBase64) {
   const ErrorScope errors;
-  if (!m_digestContext || !m_keyContext || !m_digest || !signatureBase64) return false;
-  unsigned char digest[EVP_MAX_MD_SIZE];
-  unsigned int digestSize = 0;
-  if (!DigestFile(descriptor, digest, &digestSize)) return false;
+  FileDigest digest;
+  return m_digestContext && m_digest && DigestInto(m_digestContext.get(), descriptor, digest) &&
+         VerifySignature(digest, signatureBase64);
+}
 
+bool CVerifier::VerifySignature(const FileDigest& digest, const char* signatureBase64) {
+  const ErrorScope errors;
+  if (!m_keyContext || !signatureBase64) return false;
   unsigned char signature[CBase64::DecodedSize(kLongestSignature)];
   const size_t length = strlen(signatureBase64);
   if (length > static_cast<size_t>(kLongestSignature)) return false;
   const int size =
       CBase64::Decode(signature, reinterpret_cast<const unsigned char*>(signatureBase64), static_cast<int>(length));
-  return EVP_PKEY_verify(m_keyContext.get(), signature, static_cast<size_t>(size), digest, digestSize) == 1;
+  return EVP_PKEY_verify(m_keyContext.get(), signature, static_cast<size_t>(size), digest.data(), digest.size()) == 1;
 }
 
-bool CVerifier::DigestFile(int descriptor, unsigned char* digest, unsigned int* size) {
-  if (EVP_DigestInit_ex(m_digestContext.get(), m_digest, nullptr) != 1) return false;
+bool CVerifier::DigestFile(int descriptor, FileDigest& digest) {
+  const ErrorScope errors;
+  const std::unique_ptr<EVP_MD_CTX, FreeContext> context(EVP_MD_CTX_new());
+  return context && DigestInto(context.get(), descriptor, digest);
+}
+
+bool CVerifier::DigestBytes(std::span<const char> bytes, FileDigest& digest) {
+  const ErrorScope errors;
+  return EVP_Digest(bytes.data(), bytes.size(), digest.data(), nullptr, EVP_sha1(), nullptr) == 1;
+}
+
+bool CVerifier::DigestInto(EVP_MD_CTX* context, int descriptor, FileDigest& digest) {
+  if (EVP_DigestInit_ex(context, EVP_sha1(), nullptr) != 1) return false;
   struct stat status {};
   // Anything but a file may have no end.
   if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) return false;
@@ -148,7 +162,7 @@ bool CVerifier::DigestFile(int descriptor, unsigned char* digest, unsigned int* 
   ssize_t got = 0;
   do {
     got = read(descriptor, block, sizeof(block));
-    if (got > 0 && EVP_DigestUpdate(m_digestContext.get(), block, static_cast<size_t>(got)) != 1) return false;
+    if (got > 0 && EVP_DigestUpdate(context, block, static_cast<size_t>(got)) != 1) return false;
   } while (got > 0 || (got < 0 && errno == EINTR));
-  return EVP_DigestFinal_ex(m_digestContext.get(), digest, size) == 1;
+  return EVP_DigestFinal_ex(context, digest.data(), nullptr) == 1;
 }

@@ -7,7 +7,12 @@
 #include <openssl/evp.h>
 #include <openssl/x509.h>
 
+#include <array>
 #include <memory>
+#include <span>
+
+// The SHA-1 digest that a file's signature is made over.
+using FileDigest = std::array<unsigned char, 20>;
 
 // The seven subject fields that decide who signed, lower-cased. An absent field is empty.
 struct CertSubject {
@@ -39,6 +44,13 @@ class CVerifier {
   bool VerifySignature(const char* file, const char* signatureBase64);
   // The same over what an open file holds from its position on.
   bool VerifySignature(int descriptor, const char* signatureBase64);
+  // The same over bytes of this digest.
+  bool VerifySignature(const FileDigest& digest, const char* signatureBase64);
+
+  // The digest of what an open file holds from its position on; false for anything but a regular file. What of it
+  // cannot be read counts as its end.
+  static bool DigestFile(int descriptor, FileDigest& digest);
+  static bool DigestBytes(std::span<const char> bytes, FileDigest& digest);
 
   // Another verifier of the same certificate, for another thread. The key is shared, it does not change.
   CVerifier Twin() const;
@@ -55,7 +67,7 @@ class CVerifier {
   };
 
   bool PrepareContexts();
-  bool DigestFile(int descriptor, unsigned char* digest, unsigned int* size);
+  static bool DigestInto(EVP_MD_CTX* context, int descriptor, FileDigest& digest);
 
   std::unique_ptr<EVP_PKEY, FreeKey> m_publicKey;
   std::unique_ptr<EVP_MD_CTX, FreeContext> m_digestContext;

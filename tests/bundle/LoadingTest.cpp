@@ -181,6 +181,60 @@ TEST(Loading, RefusesBundlesWithoutTheirManifests) {
   }
 }
 
+TEST(Loading, AcceptsAnEmptySubjectWhereverItStands) {
+  const std::string entries[] = {"<F name=\"a\"/>", "<F name=\"b\" subject=\"\"/>"};
+  for (const bool isSwapped : {false, true}) {
+    TestBundleOptions options = OneApp();
+    options.replaceMembers["bom.xml"] = "<B>" + entries[isSwapped] + entries[!isSwapped] + "</B>";
+    TestBundle file(options);
+    CBundle bundle;
+    EXPECT_EQ(bundle.Load(file.path().c_str()), insSuccess) << isSwapped;
+    ASSERT_NE(bundle.GetDRMInfo("b"), nullptr);
+    EXPECT_EQ(bundle.GetDRMInfo("a")->subject, nullptr);
+  }
+}
+
+TEST(Loading, RefusesManifestsBeyondTheirBoundAndReadsNothingAfterABadOne) {
+  const std::string huge((256U << 20) + 1, ' ');
+  for (const std::string name : {"bom.xml", "update.xml"}) {
+    TestBundleOptions options = OneApp();
+    options.replaceMembers[name] = huge;
+    TestBundle file(options);
+    TestLog log;
+    CBundle bundle;
+    EXPECT_EQ(bundle.Load(file.path().c_str()), insBadManifest);
+    EXPECT_EQ(log.Lines(), Lines{(name == "bom.xml" ? "LoadDRM: File " : "ParseBundle: File ") + name +
+                                 " is too large: 268435457 bytes, at most 268435456 are read"});
+  }
+  // The signature manifest comes first: what follows a bad one is not opened, however bad it is itself.
+  TestBundleOptions options = OneApp();
+  options.dropMembers = {"bom.xml"};
+  options.replaceMembers["update.xml"] = huge;
+  TestBundle file(options);
+  TestLog log;
+  CBundle bundle;
+  EXPECT_EQ(bundle.Load(file.path().c_str()), insBadManifest);
+  EXPECT_EQ(log.Lines(), Lines{"LoadDRM: Not found BOM root element"});
+}
+
+// A run is followed in the log by its thread, whichever threads did the work.
+TEST(Loading, LogsOnTheCallersThreadInTheManifestsOrder) {
+  std::string groups;
+  Lines expected;
+  for (int i = 0; i < 60; ++i) {
+    const std::string name = "../../x" + std::to_string(i);
+    groups += "<G><FileList><P><FileName>" + name + "</FileName></P></FileList></G><G/>";
+    expected.push_back("ParsePackage: Package Files/" + name + " leads out of the bundle and is not opened");
+    expected.push_back("ParseGroup: Not found \"FileList\"");
+  }
+  TestLog log;
+  Loaded loaded(groups);
+  EXPECT_EQ(loaded.result, insSuccess);
+  EXPECT_EQ(log.Lines(), expected);
+  g_Logger.LogEvent("Here", "%s", "");
+  EXPECT_EQ(log.Threads().size(), 1U);
+}
+
 TEST(Loading, SaysWhichFileCannotBeLoaded) {
   TempFolder folder;
   TestLog log;

@@ -27,8 +27,10 @@ def logged(source):
     for literals in re.findall(r"Log(?:Event|Error)\([^;\"]*?(?:\"\w+\",\s*)?((?:%s\s*)+)[,)]" % LITERAL, source):
         text = unescaped("".join(re.findall(LITERAL, literals[0])))
         messages.add(re.sub(r"%(ll)?[dus]", "…", text))
-    for call in re.findall(r"(?:\bFail(?:With)?|refuse|LogEventText)\(([^;]*?\".*?)\);", source, re.S):
+    for call in re.findall(r"(?:\bFail(?:With)?|refuse|LogEventText|notes\.emplace_back)\(([^;]*?\".*?)\);", source, re.S):
         messages.add(composed(re.sub(r'^"\w+", ', "", call)))
+    for call in re.findall(r"\bInUse\(([^;{]*?\"[^;{]*?)\);", source):
+        messages |= {"Folder … is in use: " + composed(part) for part in call.split(" : ")}
     skipped = re.search(r"skipped =(.*?);", source, re.S)
     if skipped:
         messages |= {(composed(skipped[1]) + composed(rest)).replace("……", "…")

@@ -2,6 +2,7 @@
 #ifndef QUARVEL_TESTS_SUPPORT_TESTLOG_H
 #define QUARVEL_TESTS_SUPPORT_TESTLOG_H
 
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -32,6 +33,15 @@ class TestLog {
       lines.push_back(tag.substr(0, tag.find_last_not_of(' ') + 1) + ": " + line.substr(54));
     }
     return lines;
+  }
+
+  // The threads that wrote them, as the lines name them.
+  std::set<std::string> Threads() {
+    m_logger.Flush();
+    std::set<std::string> threads;
+    std::istringstream text(ReadWholeFile(m_folder / "log"));
+    for (std::string line; std::getline(text, line);) threads.insert(line.substr(21, 8));
+    return threads;
   }
 
  private:
