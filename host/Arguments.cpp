@@ -7,11 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "desk/Failure.h"
+#include "desk/Text.h"
+#include "desk/Version.h"
 #include "host/Commands.h"
 #include "host/Console.h"
-#include "host/Failure.h"
-#include "host/Text.h"
-#include "host/Versions.h"
 
 namespace {
 
@@ -54,7 +54,8 @@ void AddPens(CLI::App* sub, Parsed& parsed) {
 
 void AddBundle(CLI::App* sub, Parsed& parsed) {
   sub->add_option("BUNDLE", parsed.options.bundle, "The bundle's file")->required()->type_name("");
-  sub->add_option("--cert", parsed.options.certificates, "File of a trusted certificate (PEM); again for several")
+  sub->add_option("--cert", parsed.options.choice.certificates,
+                  "File of a trusted certificate (PEM); again for several")
       ->required()
       ->expected(1)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
@@ -75,10 +76,10 @@ void AddInstall(CLI::App& app, Parsed& parsed) {
                              "tools.bundle --cert maker.pem --all");
   AddBundle(sub, parsed);
   AddPens(sub, parsed);
-  sub->add_option("--group", options.group, "Take only this group of the bundle")->type_name("NAME");
-  sub->add_flag("--firmware", options.firmware, "Take firmware (with neither this nor --apps: both)");
-  sub->add_flag("--apps", options.apps, "Take applications and paper products");
-  sub->add_flag("--force", options.force, "Install without comparing with what the pen holds");
+  sub->add_option("--group", options.choice.group, "Take only this group of the bundle")->type_name("NAME");
+  sub->add_flag("--firmware", options.choice.firmware, "Take firmware (with neither this nor --apps: both)");
+  sub->add_flag("--apps", options.choice.apps, "Take applications and paper products");
+  sub->add_flag("--force", options.choice.force, "Install without comparing with what the pen holds");
   sub->add_option("--on-error", parsed.onError,
                   "For a failing package: stop (the default), skip or ask. A package whose signature check fails "
                   "always stops the run")
@@ -107,7 +108,7 @@ void AddCommands(CLI::App& app, Parsed& parsed) {
 
   CLI::App* remove = AddCommand(app, parsed, "remove", "Remove a group of applications from pens", RemoveCommand,
                                 "Notes --pen 0x00000a1b2c3d4e5f");
-  remove->add_option("GROUP", options.group, "The group's name; letter case counts")->required()->type_name("");
+  remove->add_option("GROUP", options.choice.group, "The group's name; letter case counts")->required()->type_name("");
   AddPens(remove, parsed);
   AddOutput(remove, parsed);
 

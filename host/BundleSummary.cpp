@@ -7,7 +7,7 @@
 #include <array>
 #include <memory>
 
-#include "host/Text.h"
+#include "desk/Text.h"
 
 namespace {
 

@@ -2,9 +2,10 @@
 #ifndef QUARVEL_HOST_BUNDLESUMMARY_H
 #define QUARVEL_HOST_BUNDLESUMMARY_H
 
+#include <nlohmann/json.hpp>
 #include <string>
 
-#include "host/Events.h"
+#include "desk/Json.h"
 
 struct BundleSummary {
   Json about;             // "file", "size", "modified", "members" (name, size, packed size, CRC), or "problem"

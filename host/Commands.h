@@ -3,8 +3,8 @@
 #ifndef QUARVEL_HOST_COMMANDS_H
 #define QUARVEL_HOST_COMMANDS_H
 
+#include "desk/ResultTexts.h"
 #include "host/Options.h"
-#include "host/ResultTexts.h"
 
 ExitStatus PensCommand(const Options& options);
 ExitStatus VerifyCommand(const Options& options);

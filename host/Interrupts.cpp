@@ -4,7 +4,7 @@
 #include <stdio.h>
 #include <unistd.h>
 
-#include "host/ResultTexts.h"
+#include "desk/ResultTexts.h"
 
 Interrupts::Interrupts() {
   sigemptyset(&m_signals);

@@ -6,7 +6,7 @@
 #include <cctype>
 #include <optional>
 
-#include "host/Text.h"
+#include "desk/Text.h"
 
 namespace {
 

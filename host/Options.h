@@ -6,17 +6,15 @@
 #include <string>
 #include <vector>
 
+#include "desk/LoadedBundle.h"
+
 enum class OnError { kStop, kSkip, kAsk };
 
 struct Options {
   std::string bundle;
-  std::string group;
+  InstallChoice choice;  // its group is also the one to remove
   std::vector<uint64_t> pens;
   bool all = false;
-  std::vector<std::string> certificates;
-  bool firmware = false;
-  bool apps = false;
-  bool force = false;
   bool failIfCurrent = false;
   OnError onError = OnError::kStop;
   std::string log;     // empty: in the run's own folder

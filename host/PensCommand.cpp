@@ -2,11 +2,12 @@
 
 #include <algorithm>
 #include <map>
+#include <nlohmann/json.hpp>
 
+#include "desk/PenList.h"
+#include "desk/Text.h"
 #include "host/Commands.h"
 #include "host/Console.h"
-#include "host/PenList.h"
-#include "host/Text.h"
 
 namespace {
 

@@ -15,11 +15,15 @@ void Progress::Show(size_t line, std::string text, bool now) {
   Draw();
 }
 
-void Progress::Say(std::string_view text) {
+void Progress::Tell(const std::function<void()>& tell) {
   std::lock_guard<std::mutex> guard(m_lock);
   Erase();
-  m_console.Line(text);
+  tell();
   Draw();
+}
+
+void Progress::Say(std::string_view text) {
+  Tell([&] { m_console.Line(text); });
 }
 
 void Progress::SayIfStill(std::string_view text) {
@@ -27,10 +31,7 @@ void Progress::SayIfStill(std::string_view text) {
 }
 
 void Progress::Problem(std::string_view text) {
-  std::lock_guard<std::mutex> guard(m_lock);
-  Erase();
-  m_console.Problem(text);
-  Draw();
+  Tell([&] { m_console.Problem(text); });
 }
 
 char Progress::Ask(std::string_view question, const std::function<bool()>& cancelled) {

@@ -22,6 +22,8 @@ class Progress {
   void Show(size_t line, std::string text, bool now = false);
   // A lasting line.
   void Say(std::string_view text);
+  // Lasting lines, which `tell` writes to the console.
+  void Tell(const std::function<void()>& tell);
   // A lasting line where no line moves.
   void SayIfStill(std::string_view text);
   // A lasting line to standard error, also when quiet.

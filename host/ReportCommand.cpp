@@ -4,14 +4,14 @@
 #include <filesystem>
 #include <fstream>
 
+#include "desk/Failure.h"
+#include "desk/PenList.h"
+#include "desk/RunFolder.h"
+#include "desk/Text.h"
+#include "desk/Version.h"
 #include "host/BundleSummary.h"
 #include "host/Commands.h"
-#include "host/Failure.h"
 #include "host/Masking.h"
-#include "host/PenList.h"
-#include "host/RunFolder.h"
-#include "host/Text.h"
-#include "host/Versions.h"
 #include "host/ZipWriter.h"
 
 namespace {

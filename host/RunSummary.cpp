@@ -4,7 +4,8 @@
 
 #include <algorithm>
 
-#include "host/Text.h"
+#include "desk/PenRun.h"
+#include "desk/Text.h"
 #include "platform/Tessvik.h"
 
 namespace {
@@ -30,7 +31,7 @@ std::optional<Pen> FindAgain(const PenRun& run) {
   return *pen;
 }
 
-std::string StateLeft(const std::optional<Pen>& pen) {
+std::string StateText(const std::optional<Pen>& pen) {
   if (!pen) return "not connected; reconnect it and look at it with `quarvel pens`";
   if (pen->state == pcPenStateFirmwareDownload && !pen->id) {
     return "in download mode, without a firmware that works, and tells no id; switch it off and on, and start the "
@@ -42,20 +43,6 @@ std::string StateLeft(const std::optional<Pen>& pen) {
   if (!pen->contents) return "connected, but it cannot be read; reconnect it";
   return fmt::format("in normal operation, with firmware {} and {} applications; start again to go on",
                      Printable(pen->contents->firmware), pen->contents->penlets.size());
-}
-
-}  // namespace
-
-std::vector<LogLine> LinesOf(const Session& session, PenRun& run, std::string_view function) {
-  if (!run.Began() || (run.Result() == insSuccess && !run.Packages().NeedLog())) return {};
-  return session.log().LinesOfCall(run.LogThread(), function, fmt::format("-Ret={}, ", run.Result()));
-}
-
-RunEnd EndOf(PenRun& run, const std::string& detail) {
-  InsResCode code = run.Result();
-  InsResCode passedOver = run.Packages().FirstError();
-  bool clean = code != insSuccess || passedOver == insSuccess;
-  return {code, StatusOf(clean ? code : passedOver), code < 0 ? detail : ""};
 }
 
 void ShowPackages(const Console& console, const PenRun& run, const std::vector<PackageRow>& rows) {
@@ -72,8 +59,44 @@ void ShowPackages(const Console& console, const PenRun& run, const std::vector<P
   }
 }
 
-void ShowStateLeft(const Console& console, const PenRun& run) {
-  console.Problem(fmt::format("Pen {} was left {}.", run.Id(), StateLeft(FindAgain(run))));
+std::string NothingDone(const Job& job) {
+  if (!job.removes) return "  nothing to do: the pen already holds everything";
+  return fmt::format("  nothing to do: the pen holds no application of the group \"{}\"", Printable(job.group));
+}
+
+}  // namespace
+
+void Explain(const Console& console, InsResCode code, const std::string& detail, const std::string& logFile) {
+  ResultText text = TextOf(code);
+  std::string meaning(text.meaning);
+  meaning[0] = static_cast<char>(toupper(meaning[0]));
+  console.Problem(fmt::format("{} ({}).", console.Painted(Paint::kBad, meaning), code));
+  if (!detail.empty()) console.Problem(fmt::format("  The log says: {}", Printable(detail)));
+  if (!text.remedy.empty()) console.Problem(fmt::format("  What to do: {}", text.remedy));
+  console.Problem(fmt::format("  Log: {}", logFile));
+}
+
+bool MayBeHalfWay(const PenRun& run, const RunEnd& end) {
+  bool firmware = end.code == insFirmwareFailed || end.code == insTimeout;
+  return end.code == insAborted || (firmware && !run.OfJob().removes);
+}
+
+std::string StateLeft(const PenRun& run) {
+  return StateText(FindAgain(run));
+}
+
+void ShowEnd(const Console& console, const PenRun& run, const RunEnd& end, const std::string& left,
+             const std::string& logFile) {
+  ShowPackages(console, run, end.packages);
+  bool nothing = end.code == insNothingToDo || (run.OfJob().removes && end.packages.empty());
+  if (end.code < 0) {
+    Explain(console, end.code, end.detail, logFile);
+  } else if (nothing) {
+    console.Line(NothingDone(run.OfJob()));
+  } else if (!run.OfJob().removes) {
+    console.Line("  done");
+  }
+  if (!left.empty()) console.Problem(fmt::format("Pen {} was left {}.", run.Id(), left));
 }
 
 ExitStatus Combined(const std::vector<RunEnd>& ends, bool failIfCurrent) {

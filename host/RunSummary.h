@@ -1,28 +1,23 @@
-// What is told when the runs on all pens are done: the table of packages, how each pen was left, and the exit status.
+// What is told when a run is over: the table of packages, the failure and its remedy, how the pen was left, and the
+// exit status of all runs.
 #ifndef QUARVEL_HOST_RUNSUMMARY_H
 #define QUARVEL_HOST_RUNSUMMARY_H
 
-#include <memory>
 #include <string>
 #include <vector>
 
-#include "host/Session.h"
+#include "desk/RunObserver.h"
+#include "host/Console.h"
 
-// The end of one pen's run. `detail` is what the log says of a failure.
-struct RunEnd {
-  InsResCode code;
-  ExitStatus status;
-  std::string detail;
-};
-
-// What the run's call of the exported `function` wrote into the log; nothing, and no wait for the log, when the run's
-// reports tell everything.
-std::vector<LogLine> LinesOf(const Session& session, PenRun& run, std::string_view function);
-// A run with code 0 in which a package failed and was passed over ends with that failure's status.
-RunEnd EndOf(PenRun& run, const std::string& detail);
-void ShowPackages(const Console& console, const PenRun& run, const std::vector<PackageRow>& rows);
+// A failure's meaning, what the log says of it and the remedy.
+void Explain(const Console& console, InsResCode code, const std::string& detail, const std::string& logFile);
+// Whether a stop or a failure may have left the pen half-way.
+bool MayBeHalfWay(const PenRun& run, const RunEnd& end);
 // Reads the pen once more and says in what state it is.
-void ShowStateLeft(const Console& console, const PenRun& run);
+std::string StateLeft(const PenRun& run);
+// `left` is the pen's state, empty when it needs no words.
+void ShowEnd(const Console& console, const PenRun& run, const RunEnd& end, const std::string& left,
+             const std::string& logFile);
 // The first status that is not good, in the order of the pens; kCurrent when all are that.
 ExitStatus Combined(const std::vector<RunEnd>& ends, bool failIfCurrent);
 

@@ -1,12 +1,15 @@
 #include <fmt/format.h>
 
+#include <nlohmann/json.hpp>
 #include <thread>
 #include <vector>
 
+#include "desk/LoadedBundle.h"
+#include "desk/PenList.h"
+#include "desk/Text.h"
 #include "host/Commands.h"
-#include "host/LoadedBundle.h"
-#include "host/PenList.h"
-#include "host/Text.h"
+#include "host/RunSummary.h"
+#include "host/Session.h"
 #include "platform/Tessvik.h"
 
 namespace {
@@ -39,9 +42,9 @@ ExitStatus TellReadiness(Session& session, const Pen& pen, InsResCode code) {
     session.console().Line(ReadyText(pen));
   } else {
     session.console().Problem(fmt::format("Pen {} cannot be read.", IdText(pen)));
-    session.Explain(code, "");
+    Explain(session.console(), code, "", session.log().File());
   }
-  session.WriteResult(IdText(pen), code, StatusOf(code), "", {});
+  session.events().WriteResult(IdText(pen), {code, StatusOf(code), "", {}});
   return StatusOf(code);
 }
 
@@ -49,14 +52,17 @@ ExitStatus TellReadiness(Session& session, const Pen& pen, InsResCode code) {
 
 ExitStatus VerifyCommand(const Options& options) {
   return Session::Serve(options, "verify", [&](Session& session) {
-    Configuration configuration(options);
+    Configuration configuration(options.choice);
     bool withPens = options.all || !options.pens.empty();
     std::vector<Pen> pens = withPens ? SelectPens(options.pens, options.all) : std::vector<Pen>();
-    session.WriteRun(nullptr);
-    LoadedBundle bundle(session, options.bundle, configuration);
+    Job job;
+    job.command = "verify";
+    job.bundle = options.bundle;
+    session.events().WriteRun(nullptr, nullptr, job);
+    LoadedBundle bundle(session.log(), options.bundle, configuration);
     session.console().Line(fmt::format("{} is valid: every file is signed by the owner of a given certificate.",
                                        Printable(options.bundle)));
-    session.WriteResult(nullptr, insSuccess, ExitStatus::kDone, "", {});
+    session.events().WriteResult(nullptr, {});
     ExitStatus status = ExitStatus::kDone;
     std::vector<InsResCode> codes = ReadinessOf(pens);
     for (size_t i = 0; i < pens.size(); ++i) {

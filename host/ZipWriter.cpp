@@ -9,7 +9,7 @@
 
 #include <utility>
 
-#include "host/Failure.h"
+#include "desk/Failure.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <regex>
 #include <set>
 
-#include "host/ResultTexts.h"
+#include "desk/ResultTexts.h"
 #include "tests/host/HostRig.h"
 
 namespace {

@@ -1,13 +1,13 @@
 // The folder in which a run leaves its traces for `quarvel report`: its log, its events and what it was about. They
 // stand below XDG_STATE_HOME/quarvel (or ~/.local/state/quarvel), one folder a run, named by time, the newest ten kept.
-#ifndef QUARVEL_HOST_RUNFOLDER_H
-#define QUARVEL_HOST_RUNFOLDER_H
+#ifndef QUARVEL_DESK_RUNFOLDER_H
+#define QUARVEL_DESK_RUNFOLDER_H
 
 #include <filesystem>
 #include <optional>
 #include <string>
 
-#include "host/Events.h"
+#include "desk/Json.h"
 
 class RunFolder {
  public:

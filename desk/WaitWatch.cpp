@@ -1,4 +1,4 @@
-#include "host/WaitWatch.h"
+#include "desk/WaitWatch.h"
 
 #include <algorithm>
 

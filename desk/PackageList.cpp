@@ -1,11 +1,11 @@
-#include "host/PackageList.h"
+#include "desk/PackageList.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 
-#include "host/ResultTexts.h"
-#include "host/Text.h"
+#include "desk/ResultTexts.h"
+#include "desk/Text.h"
 
 namespace {
 
@@ -116,9 +116,4 @@ InsResCode PackageList::FirstError() const {
   auto row =
       std::find_if(m_rows.begin(), m_rows.end(), [](const PackageRow& each) { return each.error != insSuccess; });
   return row == m_rows.end() ? insSuccess : row->error;
-}
-
-Json ToJson(const PackageRow& row) {
-  return {{"file", row.file},   {"name", row.name},         {"guid", row.guid},       {"version", row.version},
-          {"group", row.group}, {"fileType", row.fileType}, {"outcome", row.outcome}, {"reason", row.reason}};
 }

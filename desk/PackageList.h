@@ -1,15 +1,14 @@
 // The packages of one pen's run as the callback reported them: what was sent, what was finished, what failed. Owned by
 // the run; the library never reports two packages of one pen at once, so there is no lock.
-#ifndef QUARVEL_HOST_PACKAGELIST_H
-#define QUARVEL_HOST_PACKAGELIST_H
+#ifndef QUARVEL_DESK_PACKAGELIST_H
+#define QUARVEL_DESK_PACKAGELIST_H
 
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "host/Events.h"
-#include "host/LogReader.h"
+#include "desk/LogReader.h"
 #include "installer/QuarvelPublic.h"
 
 struct PackageRow {
@@ -57,6 +56,5 @@ class PackageList {
 
 // "same version already installed", from the log's "Skipped ..." line.
 std::string SkipReason(std::string_view message);
-Json ToJson(const PackageRow& row);
 
 #endif

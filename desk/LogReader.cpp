@@ -1,13 +1,18 @@
-#include "host/LogReader.h"
+#include "desk/LogReader.h"
 
+#include <errno.h>
 #include <fmt/format.h>
 #include <pthread.h>
+#include <string.h>
 
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <thread>
+
+#include "desk/Failure.h"
+#include "installer/QuarvelPublic.h"
 
 namespace {
 
@@ -47,6 +52,24 @@ std::string DetailOf(const std::vector<LogLine>& lines) {
     return !IsExported(each) && each.tag != "CheckToInstall" && !each.message.starts_with("Abort.");
   });
   return line == lines.rend() ? "" : line->message;
+}
+
+// The library drops what it cannot write, so it is tried first.
+LogReader OpenLog(const std::string& file) {
+  constexpr uint64_t logBytes = 8 << 20;  // a run's lines must outlive the trimming of the log
+  constexpr size_t longestPath = 259;     // what the library takes
+  std::string path = std::filesystem::absolute(file);
+  if (path.size() > longestPath) {
+    throw Failure(ExitStatus::kUsage,
+                  fmt::format("The log's path is longer than {} bytes; choose another with --log.", longestPath));
+  }
+  if (!std::ofstream(path, std::ios::app)) {
+    throw Failure(ExitStatus::kUsage,
+                  fmt::format("The log {} cannot be written ({}); choose another with --log.", path, strerror(errno)));
+  }
+  LogReader reader(path);
+  insSetupLog(1, path.c_str(), logBytes);
+  return reader;
 }
 
 LogReader::LogReader(std::string file) : m_file(std::move(file)), m_begin(SizeOf(m_file)) {}

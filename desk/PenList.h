@@ -1,14 +1,14 @@
 // The pens that are connected, and what they hold, read through the pen library alone. Its answers are input: counts
 // are clamped and texts end with their field. Any thread may call these functions.
-#ifndef QUARVEL_HOST_PENLIST_H
-#define QUARVEL_HOST_PENLIST_H
+#ifndef QUARVEL_DESK_PENLIST_H
+#define QUARVEL_DESK_PENLIST_H
 
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "host/Events.h"
+#include "desk/Json.h"
 
 struct Penlet {
   std::string guid;

@@ -2,8 +2,8 @@
 // stand mixed; each line names its thread, and each pen has a thread of its own.
 //
 // A line: "[date] [thread] [tag padded to 20] message", its date 17 characters, its thread 8 hexadecimal digits.
-#ifndef QUARVEL_HOST_LOGREADER_H
-#define QUARVEL_HOST_LOGREADER_H
+#ifndef QUARVEL_DESK_LOGREADER_H
+#define QUARVEL_DESK_LOGREADER_H
 
 #include <cstdint>
 #include <optional>
@@ -24,6 +24,10 @@ std::optional<LogLine> ParseLogLine(std::string_view line);
 // The line that tells most about a failure: the last one that no exported function wrote and that is no skip.
 std::string DetailOf(const std::vector<LogLine>& lines);
 
+// Switches the library's log on, into `file`, and gives its reader. Throws a Failure when the file cannot be written.
+class LogReader;
+LogReader OpenLog(const std::string& file);
+
 class LogReader {
  public:
   // Made before the first call; what the file holds by then is of earlier runs.
@@ -34,6 +38,7 @@ class LogReader {
   // the last line does not come.
   std::vector<LogLine> LinesOfCall(const std::string& thread, std::string_view function,
                                    std::string_view lastLine) const;
+  const std::string& File() const { return m_file; }
 
  private:
   std::vector<LogLine> LinesOf(const std::string& thread) const;

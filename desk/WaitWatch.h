@@ -5,8 +5,8 @@
 // That a pen is on its way into download mode does not show before it is gone: a run that has not reported anything
 // for some seconds still reads the pen, or waits for it to leave.
 // One per pen; its owner serialises the calls.
-#ifndef QUARVEL_HOST_WAITWATCH_H
-#define QUARVEL_HOST_WAITWATCH_H
+#ifndef QUARVEL_DESK_WAITWATCH_H
+#define QUARVEL_DESK_WAITWATCH_H
 
 #include <chrono>
 #include <cstdint>

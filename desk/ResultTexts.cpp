@@ -1,4 +1,4 @@
-#include "host/ResultTexts.h"
+#include "desk/ResultTexts.h"
 
 #include <fmt/format.h>
 

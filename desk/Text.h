@@ -1,6 +1,6 @@
 // Small pieces of text for people: sizes, times, pen ids, and texts of foreign origin made safe to show.
-#ifndef QUARVEL_HOST_TEXT_H
-#define QUARVEL_HOST_TEXT_H
+#ifndef QUARVEL_DESK_TEXT_H
+#define QUARVEL_DESK_TEXT_H
 
 #include <cstdint>
 #include <optional>

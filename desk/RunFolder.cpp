@@ -1,4 +1,4 @@
-#include "host/RunFolder.h"
+#include "desk/RunFolder.h"
 
 #include <fmt/chrono.h>
 #include <fmt/format.h>
@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <vector>
 
 namespace fs = std::filesystem;

@@ -1,13 +1,14 @@
-#include "host/PenList.h"
+#include "desk/PenList.h"
 
 #include <fmt/format.h>
 #include <stdio.h>
 
 #include <algorithm>
 #include <array>
+#include <nlohmann/json.hpp>
 
-#include "host/Failure.h"
-#include "host/Text.h"
+#include "desk/Failure.h"
+#include "desk/Text.h"
 #include "platform/Tessvik.h"
 
 namespace {

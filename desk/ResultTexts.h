@@ -1,6 +1,6 @@
 // What a result code means to a person, and which exit status a script gets for it: one table each.
-#ifndef QUARVEL_HOST_RESULTTEXTS_H
-#define QUARVEL_HOST_RESULTTEXTS_H
+#ifndef QUARVEL_DESK_RESULTTEXTS_H
+#define QUARVEL_DESK_RESULTTEXTS_H
 
 #include <string>
 #include <string_view>

@@ -1,4 +1,4 @@
-#include "host/Text.h"
+#include "desk/Text.h"
 
 #include <fmt/chrono.h>
 #include <fmt/format.h>
