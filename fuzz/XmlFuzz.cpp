@@ -3,6 +3,7 @@
 #include <cctype>
 #include <string_view>
 
+#include "Common/Xml.h"
 #include "fuzz/Fuzz.h"
 
 namespace {
