@@ -6,11 +6,12 @@
 #include <stdio.h>
 #include <string.h>
 #include <sys/statvfs.h>
-#include <time.h>
 
 #include <algorithm>
 #include <atomic>
 #include <memory>
+
+#include "Common/Clock.h"
 
 namespace {
 
@@ -18,7 +19,7 @@ constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 constexpr mode_t kFileMode = 0644;  // never for others to write, whatever the host's mask is
 constexpr char kPartialPrefix[] = ".quarvel-";
 constexpr char kPartialSuffix[] = ".part";
-constexpr time_t kForgottenSeconds = 3600;
+constexpr int64_t kForgottenSeconds = 3600;
 
 // Takes the first name off `path`, passing over empty ones; false at its end.
 bool TakeName(std::string_view& path, std::string_view& name) {
@@ -168,16 +169,20 @@ bool CPartialFile::CommitNew(const char* name) {
   return linkat(m_folder, m_name, m_folder, name, 0) == 0;
 }
 
-void CPartialFile::RemoveForgotten(int folder) {
+bool CPartialFile::IsNameOfOne(std::string_view name) {
+  return name.starts_with(kPartialPrefix) && name.ends_with(kPartialSuffix);
+}
+
+void CPartialFile::RemoveForgotten(int folder, const std::unordered_set<std::string_view>& others) {
   UniqueFd copy(openat(folder, ".", kFolderFlags));
   const std::unique_ptr<DIR, CloseDir> dir(copy ? fdopendir(copy.get()) : nullptr);
   if (!dir) return;
   copy.release();  // the DIR's own from here on
+  const int64_t now = Clock::Current().Seconds();
   while (const dirent* entry = readdir(dir.get())) {
-    const std::string_view name = entry->d_name;
-    if (!name.starts_with(kPartialPrefix) || !name.ends_with(kPartialSuffix)) continue;
+    if (!IsNameOfOne(entry->d_name) || others.contains(entry->d_name)) continue;
     struct stat status {};
     if (fstatat(folder, entry->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) continue;
-    if (status.st_ctime < time(nullptr) - kForgottenSeconds) unlinkat(folder, entry->d_name, 0);
+    if (status.st_ctime < now - kForgottenSeconds) unlinkat(folder, entry->d_name, 0);
   }
 }

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <utility>
 
 // Owns a file descriptor.
@@ -118,8 +119,12 @@ class CPartialFile {
   // The same only while nothing has that name; false, with errno EEXIST, when something has it.
   bool CommitNew(const char* name);
 
-  // Removes partial files that were left in `folder` more than an hour ago by writers that did not live to drop them.
-  static void RemoveForgotten(int folder);
+  // Removes partial files that were left in `folder` more than an hour ago by writers that did not live to drop them;
+  // `others` are files that merely have such names.
+  static void RemoveForgotten(int folder, const std::unordered_set<std::string_view>& others);
+
+  // Whether a file of this name could be a partial one.
+  static bool IsNameOfOne(std::string_view name);
 
  private:
   int m_folder;

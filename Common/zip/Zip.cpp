@@ -2,19 +2,23 @@
 
 #include <sys/stat.h>
 #include <utime.h>
+#include <zlib.h>
 
 #include <memory>
 #include <mutex>
 #include <new>
+#include <span>
 
 #include "Common/Logger_mac.h"
 #include "Common/SharedFolder.h"
 #include "Common/zip/ZipArchive.h"
+#include "Common/zip/ZipDirectory.h"
 #include "Common/zip/ZipExtraction.h"
 
 namespace {
 
 constexpr size_t kTransferSize = 5242880;
+constexpr size_t kNameLimit = 256;  // of a member that is looked for, with its NUL
 
 // Writes what went wrong where there is a logger, and hands on the result.
 int32_t Fail(CLogger* logger, CZip::Result result, int status, const std::string& message) {
@@ -22,11 +26,24 @@ int32_t Fail(CLogger* logger, CZip::Result result, int status, const std::string
   return result;
 }
 
-// Appends the open member; a read that fails empties `content`.
-void AppendMember(unzFile zip, char* buffer, std::string& content) {
-  int got = 0;
-  while ((got = unzReadCurrentFile(zip, buffer, kTransferSize)) > 0) content.append(buffer, static_cast<size_t>(got));
+// Turns to the first entry of that name; minizip's status, UNZ_OK when it is there.
+int Locate(CZipDirectory& directory, const std::string& member) {
+  if (member.size() >= kNameLimit) return UNZ_PARAMERROR;
+  int status = directory.First();
+  while (status == UNZ_OK && directory.name() != member) status = directory.Next();
+  return status;
+}
+
+// Appends the open member; a read that fails empties `content`. False when all of it was read and its sum is another.
+bool AppendMember(CZipMember& member, uint32_t checksum, std::span<uint8_t> buffer, std::string& content) {
+  uLong sum = crc32(0, nullptr, 0);
+  int64_t got = 0;
+  while ((got = member.Read(buffer)) > 0) {
+    sum = crc32(sum, buffer.data(), static_cast<uInt>(got));
+    content.append(reinterpret_cast<const char*>(buffer.data()), static_cast<size_t>(got));
+  }
   if (got < 0) content.clear();
+  return got < 0 || member.left() > 0 || sum == checksum;
 }
 
 }  // namespace
@@ -57,31 +74,26 @@ int32_t CZip::ReadInternalFile(const char* zipFile, const char* memberName, std:
   const std::string path = zipFile ? zipFile : "";
   const std::string member = memberName ? memberName : "";
   CZipFile file;
-  const bool isOpen = file.Open(path.c_str());
-  CZipReader reader(file);
-  const unzFile zip = reader.handle();
-  if (!isOpen || !zip) {
+  const bool isFile = file.Open(path.c_str());
+  CZipDirectory directory(file);
+  if (!isFile || !directory.IsOpen()) {
     if (logger) logger->LogEventText("ReadInternalFile", ("Cannot open file zip " + path).c_str());
     return kCannotOpen;
   }
 
-  int status = unzLocateFile(zip, member.c_str(), 1);
+  int status = Locate(directory, member);
   if (status != UNZ_OK) return Fail(logger, kNotFound, status, "Not found " + member + " in zip " + path);
-  unz_file_info64 info;
-  char name[256];
-  status = unzGetCurrentFileInfo64(zip, &info, name, sizeof(name), nullptr, 0, nullptr, 0);
-  if (status != UNZ_OK) return Fail(logger, kBadMemberInfo, status, "Get file info failed in zip file " + path);
-  const std::unique_ptr<char[]> buffer(new (std::nothrow) char[kTransferSize]);
+  const std::unique_ptr<uint8_t[]> buffer(new (std::nothrow) uint8_t[kTransferSize]);
   if (!buffer) return Fail(logger, kNoMemory, 0, "Out of memery");
-  status = unzOpenCurrentFile(zip);
+  CZipReader reader(file);
+  CZipMember contents(reader);
+  const bool isKnown = CZipMember::IsKnownMethod(directory.place().method);
+  status = isKnown ? contents.Open(directory.place()) : UNZ_BADZIPFILE;
   if (status != UNZ_OK) return Fail(logger, kCannotOpenMember, status, "Open current file failed in zip file " + path);
 
-  AppendMember(zip, buffer.get(), content);
-  if (unzCloseCurrentFile(zip) != UNZ_OK) {
-    content.clear();
-    return kCheckFailed;
-  }
-  return 0;
+  if (AppendMember(contents, directory.place().checksum, {buffer.get(), kTransferSize}, content)) return 0;
+  content.clear();
+  return kCheckFailed;
 }
 
 bool CZip::DetectChange(const char* file, const unz_file_info& info) {

@@ -8,10 +8,32 @@
 
 #include <algorithm>
 
+#include "Common/zip/LittleEndian.h"
+
 namespace {
 
 // Enough that a read of the disk is rare, little enough that what was read is still in the processor's cache.
 constexpr size_t kWindowSize = 128 * 1024;
+
+// A member's own header, without name and extra fields.
+using Head = uint8_t[30];
+constexpr uint32_t kHeadMark = 0x04034B50;
+constexpr uint16_t kSizesFollow = 8;           // the flag of a member whose sizes stand behind its bytes
+constexpr uint32_t kInLongField = 0xFFFFFFFF;  // stands for a size that the zip64 field has
+constexpr size_t kNameSizeAt = 26;
+constexpr size_t kExtraSizeAt = 28;
+
+bool IsSound(const Head& head, const ZipMemberPlace& place) {
+  const uint32_t packedSize = ReadU32(head + 18);
+  const uint32_t size = ReadU32(head + 22);
+  if (ReadU32(head) != kHeadMark || ReadU16(head + 8) != place.method ||
+      ReadU16(head + kNameSizeAt) != place.nameSize) {
+    return false;
+  }
+  if (ReadU16(head + 6) & kSizesFollow) return true;
+  return ReadU32(head + 14) == place.checksum && (packedSize == kInLongField || packedSize == place.packedSize) &&
+         (size == kInLongField || size == place.size);
+}
 
 }  // namespace
 
@@ -40,52 +62,13 @@ size_t CZipFile::ReadAt(uint64_t position, uint8_t* out, size_t size) const {
   return done;
 }
 
-CZipReader::CZipReader(const CZipFile& file) : m_file(file) {
-  zlib_filefunc64_def functions = Functions(this);
-  m_handle.reset(unzOpen2_64("", &functions));
-}
-
-zlib_filefunc64_def CZipReader::Functions(CZipReader* self) {
-  zlib_filefunc64_def functions{};
-  functions.opaque = self;
-  functions.zopen64_file = [](voidpf opaque, const void*, int) { return opaque; };
-  functions.zread_file = [](voidpf opaque, voidpf, void* out, uLong size) {
-    return static_cast<uLong>(static_cast<CZipReader*>(opaque)->Read(static_cast<uint8_t*>(out), size));
-  };
-  functions.zwrite_file = [](voidpf, voidpf, const void*, uLong) { return uLong{0}; };
-  functions.ztell64_file = [](voidpf opaque, voidpf) {
-    return static_cast<ZPOS64_T>(static_cast<CZipReader*>(opaque)->m_position);
-  };
-  functions.zseek64_file = [](voidpf opaque, voidpf, ZPOS64_T offset, int origin) {
-    return static_cast<CZipReader*>(opaque)->Seek(offset, origin) ? 0L : -1L;
-  };
-  functions.zclose_file = [](voidpf, voidpf) { return 0; };
-  functions.zerror_file = [](voidpf, voidpf) { return 0; };
-  return functions;
-}
-
-bool CZipReader::Seek(uint64_t offset, int origin) {
-  const uint64_t from = origin == ZLIB_FILEFUNC_SEEK_CUR   ? m_position
-                        : origin == ZLIB_FILEFUNC_SEEK_END ? m_file.size()
-                                                           : 0;
-  m_position = from + offset;
-  return m_position >= from;
-}
-
-size_t CZipReader::Read(uint8_t* out, size_t size) {
-  // minizip reads the directory byte by byte.
-  const Window& window = m_windows[m_latest];
-  if (size == 1 && window.Holds(m_position)) {
-    *out = window.bytes[static_cast<size_t>(m_position++ - window.start)];
-    return 1;
-  }
+size_t CZipReader::Read(uint64_t position, std::span<uint8_t> out) {
   size_t done = 0;
-  while (done < size) {
-    const auto bytes = Peek(m_position, size - done);
+  while (done < out.size()) {
+    const auto bytes = Peek(position + done, out.size() - done);
     if (bytes.empty()) break;
-    memcpy(out + done, bytes.data(), bytes.size());
+    memcpy(out.data() + done, bytes.data(), bytes.size());
     done += bytes.size();
-    m_position += bytes.size();
   }
   return done;
 }
@@ -112,19 +95,19 @@ CZipMember::~CZipMember() {
   if (m_inflateReady) inflateEnd(&m_inflate);
 }
 
-int CZipMember::Open(const ZipMemberPlace& place) {
-  const unzFile zip = m_reader.handle();
-  unz64_file_pos position = place.position;
-  int status = unzGoToFilePos64(zip, &position);
-  int method = 0;
-  int level = 0;
-  // Opened as it is packed: minizip checks the member's own header against the directory and tells where the data is.
-  if (status == UNZ_OK) status = unzOpenCurrentFile2(zip, &method, &level, 1);
-  if (status != UNZ_OK) return status;
-  m_position = unzGetCurrentFileZStreamPos64(zip);
-  unzCloseCurrentFile(zip);
+bool CZipMember::HasSoundHead(const CZipFile& file, const ZipMemberPlace& place) {
+  Head head = {};
+  file.ReadAt(place.head, head, sizeof(head));
+  return IsSound(head, place);
+}
 
-  m_stored = place.isStored;
+int CZipMember::Open(const ZipMemberPlace& place) {
+  Head head = {};
+  m_reader.Read(place.head, head);
+  if (!IsSound(head, place)) return UNZ_BADZIPFILE;
+  m_position = place.head + sizeof(head) + ReadU16(head + kNameSizeAt) + ReadU16(head + kExtraSizeAt);
+  m_stored = place.method == 0;
+  m_ended = false;
   m_packedLeft = place.packedSize;
   m_unpackedLeft = place.size;
   if (m_stored) return UNZ_OK;
@@ -136,7 +119,7 @@ int CZipMember::Open(const ZipMemberPlace& place) {
 
 int64_t CZipMember::Read(std::span<uint8_t> out) {
   out = out.first(static_cast<size_t>(std::min<uint64_t>(out.size(), m_unpackedLeft)));
-  if (out.empty()) return 0;
+  if (out.empty() || m_ended) return 0;
   const int64_t got = m_stored ? ReadStored(out) : ReadDeflated(out);
   if (got > 0) m_unpackedLeft -= static_cast<uint64_t>(got);
   return got;
@@ -165,8 +148,7 @@ int64_t CZipMember::ReadDeflated(std::span<uint8_t> out) {
     m_position += used;
     m_packedLeft -= used;
   }
-  if (status == Z_STREAM_END) m_packedLeft = 0;
+  m_ended = status == Z_STREAM_END;
   const auto got = static_cast<int64_t>(out.size() - m_inflate.avail_out);
-  if (status == Z_STREAM_END && m_inflate.avail_out > 0) m_unpackedLeft = static_cast<uint64_t>(got);
   return status == Z_OK || status == Z_STREAM_END ? got : -1;
 }

@@ -34,20 +34,20 @@ class CZipFile {
   uint64_t m_size = 0;
 };
 
-// minizip's handle on an archive, over buffers of its own; one thread uses it.
+// An archive's bytes through buffers of its own; one thread uses it.
 class CZipReader {
  public:
   // `file` must outlive the reader.
-  explicit CZipReader(const CZipFile& file);
+  explicit CZipReader(const CZipFile& file) : m_file(file) {}
   CZipReader(const CZipReader&) = delete;
   CZipReader& operator=(const CZipReader&) = delete;
-
-  // Null when the file is not a zip archive.
-  unzFile handle() const { return m_handle.get(); }
 
   // Bytes of the file at `position`, at most `limit` and at least one unless the file ends there or cannot be read.
   // Valid until the next call on this reader.
   std::span<const uint8_t> Peek(uint64_t position, uint64_t limit);
+
+  // Copies bytes of the file; returns how many, fewer than asked for only where it ends or cannot be read.
+  size_t Read(uint64_t position, std::span<uint8_t> out);
 
  private:
   // A run of the file. There are two, since reading members goes back and forth between directory and data.
@@ -57,27 +57,20 @@ class CZipReader {
     std::vector<uint8_t> bytes;
     bool Holds(uint64_t position) const { return position >= start && position - start < size; }
   };
-  struct CloseZip {
-    void operator()(unzFile handle) const { unzClose(handle); }
-  };
-
-  size_t Read(uint8_t* out, size_t size);
-  bool Seek(uint64_t offset, int origin);
-  static zlib_filefunc64_def Functions(CZipReader* self);
 
   const CZipFile& m_file;
-  uint64_t m_position = 0;
   std::array<Window, 2> m_windows;
   size_t m_latest = 0;  // the window that was read last
-  std::unique_ptr<std::remove_pointer_t<unzFile>, CloseZip> m_handle;
 };
 
 // Where a member lies and how it is packed, as the archive's directory has it. Sizes are in bytes.
 struct ZipMemberPlace {
-  unz64_file_pos position;  // of its entry in the directory
+  uint64_t head;  // position in the file of the member's own header, which its packed bytes follow
   uint64_t packedSize;
   uint64_t size;
-  bool isStored;  // else deflated
+  uint32_t checksum;  // CRC-32 of the contents
+  uint16_t method;
+  uint16_t nameSize;
 };
 
 // The contents of members, one after the other; one thread uses it.
@@ -89,13 +82,18 @@ class CZipMember {
   CZipMember& operator=(const CZipMember&) = delete;
 
   // Whether members packed this way can be read at all.
-  static bool IsKnownMethod(uLong method) { return method == 0 || method == Z_DEFLATED; }
+  static bool IsKnownMethod(uint16_t method) { return method == 0 || method == Z_DEFLATED; }
+
+  // Whether a member could be opened: its own header agrees with the directory, as minizip sees it.
+  static bool HasSoundHead(const CZipFile& file, const ZipMemberPlace& place);
 
   // Turns to a member. Returns minizip's status, UNZ_OK on success.
   int Open(const ZipMemberPlace& place);
   // Unpacks up to `out.size()` bytes; 0 at the end of the member, negative when it cannot be read further. Never gives
   // more than the archive states as the member's size.
   int64_t Read(std::span<uint8_t> out);
+  // Bytes of the member's stated size that were not unpacked yet.
+  uint64_t left() const { return m_unpackedLeft; }
 
  private:
   int64_t ReadStored(std::span<uint8_t> out);
@@ -105,6 +103,7 @@ class CZipMember {
   z_stream m_inflate{};
   bool m_inflateReady = false;
   bool m_stored = false;
+  bool m_ended = false;     // the deflated data has come to its end
   uint64_t m_position = 0;  // of the next packed byte in the file
   uint64_t m_packedLeft = 0;
   uint64_t m_unpackedLeft = 0;

@@ -14,10 +14,8 @@
 namespace {
 
 constexpr char kTag[] = "ExtractZip";
-constexpr uLong kUnixFolderBit = 0x40000000;  // the upper half of the attributes is a Unix file mode
+constexpr uint32_t kUnixFolderBit = 0x40000000;  // the upper half of the attributes is a Unix file mode
 constexpr size_t kLongestPath = CFileUtil::kPathSize - 1;
-
-constexpr size_t kMostCounted = 0xFFFF;  // members in an archive whose directory ends in the short form
 
 // A worker takes members in batches: neighbours in the archive and in one folder, up to these bounds.
 constexpr size_t kBatchMembers = 128;
@@ -89,6 +87,7 @@ void CZipExtraction::Extract() {
   LeaveOutTheLock();
   FindShadowed();
   FindChanges();
+  CheckHeads();
   if (!AskToReplace() || !MakeRoom()) return;
   MakeFolders();
   WriteMembers();
@@ -138,17 +137,14 @@ bool CZipExtraction::OpenDestination() {
 }
 
 bool CZipExtraction::ListMembers() {
-  const bool isOpen = m_shared ? m_file.IsOpen() : m_file.Open(m_zipFile.c_str());
-  CZipReader reader(m_file);
-  const unzFile zip = reader.handle();
-  if (!isOpen || !zip) return Fail(0, CZip::kCannotOpen, "Cannot open file zip " + m_zipFile);
-  int status = unzGoToFirstFile(zip);
-  if (status != UNZ_OK) {
+  const bool isFile = m_shared ? m_file.IsOpen() : m_file.Open(m_zipFile.c_str());
+  CZipDirectory directory(m_file);
+  if (!isFile || !directory.IsOpen()) return Fail(0, CZip::kCannotOpen, "Cannot open file zip " + m_zipFile);
+  int status = directory.First();
+  if (status == UNZ_BADZIPFILE) {
     return FailWith(0, CZip::kNoFirstMember, status, "Go to first file failed in zip " + m_zipFile);
   }
-  while (status == UNZ_OK && AddMember(zip)) status = unzGoToNextFile(zip);
-  // minizip takes the greatest count that the short form can state for none, and looks for more.
-  if (status == UNZ_BADZIPFILE && m_members.size() == kMostCounted) status = UNZ_END_OF_LIST_OF_FILE;
+  while (status == UNZ_OK && AddMember(directory)) status = directory.Next();
   if (status != UNZ_OK && status != UNZ_END_OF_LIST_OF_FILE) {
     FailWith(m_members.size(), CZip::kBadMemberInfo, status, "Get file info failed in zip file " + m_zipFile);
   }
@@ -156,27 +152,15 @@ bool CZipExtraction::ListMembers() {
   return true;
 }
 
-bool CZipExtraction::AddMember(unzFile zip) {
-  const size_t index = m_members.size();
-  unz_file_info64 info;
-  char name[CFileUtil::kPathSize + 1] = {};
-  int status = unzGetCurrentFileInfo64(zip, &info, name, CFileUtil::kPathSize, nullptr, 0, nullptr, 0);
-  unz64_file_pos position{};
-  if (status == UNZ_OK) status = unzGetFilePos64(zip, &position);
-  if (status != UNZ_OK) {
-    return FailWith(index, CZip::kBadMemberInfo, status, "Get file info failed in zip file " + m_zipFile);
-  }
-  if (!CZipMember::IsKnownMethod(info.compression_method)) {
-    return FailWith(index, CZip::kCannotOpenMember, UNZ_BADZIPFILE,
+bool CZipExtraction::AddMember(const CZipDirectory& directory) {
+  if (!CZipMember::IsKnownMethod(directory.place().method)) {
+    return FailWith(m_members.size(), CZip::kCannotOpenMember, UNZ_BADZIPFILE,
                     "Open current file failed in zip file " + m_zipFile);
   }
   const size_t room = kLongestPath - std::min(kLongestPath, m_destination.size() + 1);
-  const std::string_view kept = std::string_view(name).substr(0, room);
-  m_members.push_back({{position, info.compressed_size, info.uncompressed_size, info.compression_method == 0},
-                       info.tmu_date,
-                       m_names.size(),
-                       static_cast<uint32_t>(kept.size()),
-                       (info.external_fa & kUnixFolderBit) != 0 ? State::kFolder : State::kMissing});
+  const std::string_view kept = directory.name().substr(0, room);
+  m_members.push_back({directory.place(), directory.date(), m_names.size(), static_cast<uint32_t>(kept.size()),
+                       (directory.attributes() & kUnixFolderBit) != 0 ? State::kFolder : State::kMissing});
   m_names += kept;
   return true;
 }
@@ -242,8 +226,7 @@ void CZipExtraction::FindChanges() {
   CWorkers::Share(shares,
                   [&](size_t share) { LookAt(share * kShare, std::min(m_members.size(), (share + 1) * kShare)); });
   for (size_t i = 0; i < m_members.size(); ++i) {
-    const State state = m_members[i].state;
-    if (state == State::kMissing || state == State::kChanged || state == State::kShadowed) m_writes.push_back(i);
+    if (IsToBeOpened(m_members[i].state)) m_writes.push_back(i);
   }
 }
 
@@ -266,6 +249,19 @@ bool CZipExtraction::AskToReplace() {
   const std::string reason = m_shared->BeginReplacing();
   return reason.empty() || Fail(static_cast<size_t>(changed - m_members.begin()), CZip::kFolderInUse,
                                 "Cannot replace file " + TargetOf(*changed) + ". " + reason);
+}
+
+// A member that could not be opened is a failure also where nothing of it is to be written.
+void CZipExtraction::CheckHeads() {
+  constexpr size_t kShare = 512;
+  CWorkers::Share((m_members.size() + kShare - 1) / kShare, [&](size_t share) {
+    for (size_t i = share * kShare; i < std::min(m_members.size(), (share + 1) * kShare); ++i) {
+      const Member& member = m_members[i];
+      if (!IsToBeOpened(member.state) && !CZipMember::HasSoundHead(m_file, member.place)) {
+        Report(i, {CZip::kCannotOpenMember, UNZ_BADZIPFILE});
+      }
+    }
+  });
 }
 
 bool CZipExtraction::MakeRoom() {
@@ -296,7 +292,19 @@ void CZipExtraction::MakeFolders() {
   }
   if (m_writes.empty()) return;
   made.insert("");
-  for (const std::string_view folder : made) CPartialFile::RemoveForgotten(m_tree->OpenFolder(folder).get());
+  RemoveForgotten(made);
+}
+
+void CZipExtraction::RemoveForgotten(const std::unordered_set<std::string_view>& folders) const {
+  std::unordered_set<std::string_view> members;
+  for (const Member& member : m_members) {
+    const std::string_view name = NameOf(member);
+    const std::string_view leaf = name.substr(name.rfind('/') + 1);
+    if (CPartialFile::IsNameOfOne(leaf)) members.insert(leaf);
+  }
+  for (const std::string_view folder : folders) {
+    CPartialFile::RemoveForgotten(m_tree->OpenFolder(folder).get(), members);
+  }
 }
 
 std::vector<CZipExtraction::Batch> CZipExtraction::Batches() const {

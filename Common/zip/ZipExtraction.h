@@ -1,6 +1,6 @@
-// One run of CZip::ExtractZip, in steps: list the members, find those to be written, make sure of room, make the
-// folders, write. Listing and making folders go in the archive's order on one thread; looking at files and writing them
-// is shared out to one thread per core. Made for one call and used by the thread that makes it.
+// One run of CZip::ExtractZip, in steps: list the members, find those to be written, look at the headers of the others,
+// make sure of room, make the folders, write. Listing and making folders go in the archive's order on one thread;
+// looking and writing is shared out to one thread per core. Made for one call and used by the thread that makes it.
 #ifndef QUARVEL_COMMON_ZIP_ZIPEXTRACTION_H
 #define QUARVEL_COMMON_ZIP_ZIPEXTRACTION_H
 
@@ -8,6 +8,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -15,6 +16,7 @@
 #include "Common/Workers.h"
 #include "Common/Zip.h"
 #include "Common/zip/ZipArchive.h"
+#include "Common/zip/ZipDirectory.h"
 #include "Common/zip/ZipUnpacker.h"
 
 class CLogger;
@@ -39,6 +41,9 @@ class CZipExtraction {
   // What a member is to the extraction: a folder; a file that stands there unchanged, is missing or stands there
   // changed; a file in whose place another member is unpacked; one that is left out.
   enum class State : uint8_t { kFolder, kUnchanged, kMissing, kChanged, kShadowed, kLeftOut };
+  static bool IsToBeOpened(State state) {
+    return state == State::kMissing || state == State::kChanged || state == State::kShadowed;
+  }
   struct Member {
     ZipMemberPlace place;
     tm_unz date;
@@ -63,14 +68,16 @@ class CZipExtraction {
   bool AskToReplace();
   bool MakeRoom();
 
-  bool AddMember(unzFile zip);
+  bool AddMember(const CZipDirectory& directory);
   void LeaveOutTheLock();
   void FindShadowed();
   bool MayShareTargets() const;
   void Shadow(std::span<const size_t> sharers);
   void FindChanges();
   void LookAt(size_t begin, size_t end);
+  void CheckHeads();
   void MakeFolders();
+  void RemoveForgotten(const std::unordered_set<std::string_view>& folders) const;
   void WriteMembers();
   std::vector<Batch> Batches() const;
   void Report(size_t member, const CZipUnpacker::Fault& fault);

@@ -88,7 +88,7 @@ ZipTarget CZipUnpacker::LookAgain(std::string_view name, const ZipMemberPlace& p
 }
 
 std::optional<CZipUnpacker::Fault> CZipUnpacker::Check(const ZipMemberPlace& place) {
-  const int status = m_reader.handle() ? m_member.Open(place) : UNZ_ERRNO;
+  const int status = m_member.Open(place);
   if (status == UNZ_OK) return std::nullopt;
   return Fault{CZip::kCannotOpenMember, status};
 }

@@ -15,6 +15,7 @@
 #include "Common/Zip.h"
 #include "authoring/ZipWriter.h"
 #include "installer/bundle/Bundle.h"
+#include "tests/support/FakeClock.h"
 #include "tests/support/TestBundle.h"
 #include "tests/support/TestLog.h"
 
@@ -165,6 +166,25 @@ TEST(ExtractionFolder, KeepsNoFileThatCouldNotBeWrittenWhole) {
     EXPECT_TRUE(entry.is_directory() || name.extension() == ".xml" || name == CSharedFolder::kLockName) << name;
   }
   EXPECT_TRUE(LoadsAndVerifies(file));
+}
+
+TEST(ExtractionFolder, LosesForgottenFilesButNoMembersOfTheirNames) {
+  TempFolder folder;
+  authoring::ZipWriter zip(folder / "a.zip");
+  for (const char* name : {".quarvel-1-1.part", "d/.quarvel-1-2.part", "d/f"}) zip.AddBytes(name, name);
+  zip.Close();
+  const std::string out = folder / "out";
+  const auto extract = [&] { return CZip::ExtractZip((folder / "a.zip").c_str(), out.c_str(), true, &g_Logger); };
+  ASSERT_EQ(extract(), 0);
+  folder.Write("out/d/.quarvel-1-3.part", "half of");
+  for (const int hours : {0, 2}) {
+    const FakeClock clock(time(nullptr) + hours * 3600);
+    fs::remove(out + "/d/f");
+    ASSERT_EQ(extract(), 0);
+    EXPECT_EQ(fs::exists(out + "/d/.quarvel-1-3.part"), hours == 0);
+    EXPECT_EQ(ReadWholeFile(out + "/.quarvel-1-1.part"), ".quarvel-1-1.part");
+    EXPECT_EQ(ReadWholeFile(out + "/d/.quarvel-1-2.part"), "d/.quarvel-1-2.part");
+  }
 }
 
 TEST(ExtractionFolder, IsNotFilledByABomb) {

@@ -1,5 +1,6 @@
 // Bundles packed by the archivers that people have.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 
@@ -28,11 +29,13 @@ constexpr Archiver kArchivers[] = {
     {"InfoZip", "zip", "zip -qr $OUT ."},
     {"InfoZipStoredWithoutFolders", "zip", "zip -qrD0 $OUT ."},
     {"InfoZipZip64", "zip", "zip -qr -fz $OUT ."},
+    {"InfoZipZip64Stored", "zip", "zip -qr0 -fz $OUT ."},
     {"InfoZipStream", "zip", "zip -qr - . | cat > $OUT"},
     {"SevenZip", "7zz", "7zz a -tzip -bd -y $OUT . "},
     {"SevenZipStored", "7zz", "7zz a -tzip -mx=0 -bd -y $OUT update.xml bom.xml Files"},
     {"Libarchive", "bsdtar", "bsdtar --format zip -cf $OUT *"},
     {"LibarchiveStream", "bsdtar", "bsdtar --format zip -cf - . | cat > $OUT"},
+    {"LibarchiveZip64", "bsdtar", "bsdtar --format zip --options zip:zip64 -cf - * | cat > $OUT"},
     {"LibarchiveStored", "bsdtar", "bsdtar --format zip --options zip:compression=store -cf $OUT *"},
     {"Python", "python3", "python3 -m zipfile -c $OUT *"},
     {"PythonZip64", "python3", kPythonZip64},
@@ -69,6 +72,17 @@ TEST_P(ForeignArchive, LoadsAndVerifies) {
   ASSERT_EQ(bundle.LoadVerifyingInfos(&certificate, 1), insSuccess);
   EXPECT_EQ(bundle.Verify(), insSuccess);
   EXPECT_NE(bundle.extractFolder(), unpacked.extractFolder());
+
+  const std::string file = bundle.groups().at(0).packages.at(2).localPath;
+  const auto identity = [&file] {
+    struct stat status {};
+    EXPECT_EQ(stat(file.c_str(), &status), 0);
+    return status.st_ino;
+  };
+  const auto before = identity();
+  CBundle again;
+  EXPECT_EQ(again.Load(archive.c_str()), insSuccess);
+  EXPECT_EQ(identity(), before) << "nothing is written anew";
   std::filesystem::remove_all(bundle.extractFolder());
 }
 

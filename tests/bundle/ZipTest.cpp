@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <vector>
 
 #include "authoring/Files.h"
 #include "authoring/ZipWriter.h"
@@ -22,6 +23,22 @@ std::string MakeZip(const TempFolder& folder, const std::function<void(authoring
   fill(zip);
   zip.Close();
   return folder / name;
+}
+
+// The archive of one member, its sizes and its place in the longer fields of the directory as asked for.
+std::string WithLongFields(std::string zip, const std::vector<size_t>& positions) {
+  const size_t entry = zip.find("PK\1\2");
+  const size_t end = zip.rfind("PK\5\6");
+  std::string values;
+  for (const size_t position : positions) {
+    values += zip.substr(entry + position, 4) + std::string(4, '\0');
+    zip.replace(entry + position, 4, "\xff\xff\xff\xff");
+  }
+  const std::string other("ux\3\0abc", 7);
+  const std::string field = std::string("\1\0", 2) + static_cast<char>(values.size()) + '\0' + values;
+  zip[entry + 30] = static_cast<char>(other.size() + field.size());
+  zip[end + 12] = static_cast<char>(zip[end + 12] + other.size() + field.size());  // the directory's size
+  return zip.insert(end, other + field);
 }
 
 class Zip : public testing::Test {
@@ -171,6 +188,77 @@ TEST_F(Zip, EndsADamagedMemberSilently) {
   EXPECT_EQ(Extract(zip), 0);
   EXPECT_EQ(fs::file_size(m_out + "/a"), 0U);
   EXPECT_EQ(Out("b"), "whole");
+}
+
+TEST_F(Zip, TakesSizesAndPlacesFromTheLongerFields) {
+  constexpr size_t kPackedSize = 20;
+  constexpr size_t kSize = 24;
+  constexpr size_t kPlace = 42;
+  const std::string content(3000, 'x');
+  const std::string deflated = ReadWholeFile(MakeZip(m_folder, [&](auto& zip) { zip.AddBytes("f", content); }));
+  const std::string file = m_folder.Write("f", content);
+  ASSERT_EQ(RunProgram({"/usr/bin/zip", "-0jqX", m_folder / "s.zip", file}).status, 0);
+  const std::string stored = ReadWholeFile(m_folder / "s.zip");
+  for (const std::string& plain : {deflated, stored}) {
+    for (const auto& positions : std::vector<std::vector<size_t>>{
+             {}, {kSize}, {kPackedSize}, {kPlace}, {kSize, kPackedSize}, {kSize, kPackedSize, kPlace}}) {
+      const std::string zip = m_folder.Write("a.zip", WithLongFields(plain, positions));
+      fs::remove_all(m_out);
+      ASSERT_EQ(Extract(zip), 0) << positions.size();
+      EXPECT_EQ(Out("f"), content);
+      Write("f", std::string(3000, 'y'));
+      ASSERT_EQ(Extract(zip), 0);
+      EXPECT_EQ(Out("f"), std::string(3000, 'y')) << "the file has the right size";
+      std::string read;
+      EXPECT_EQ(CZip::ReadInternalFile(zip.c_str(), "f", read, &g_Logger), 0);
+      EXPECT_EQ(read, content);
+    }
+  }
+  EXPECT_EQ(m_log.Lines(), Lines{});
+}
+
+TEST_F(Zip, RefusesAMemberWhoseHeadIsDamagedWhateverIsThere) {
+  const std::string good = ReadWholeFile(MakeZip(m_folder, [](authoring::ZipWriter& writer) {
+    writer.AddBytes("a", "first");
+    writer.AddFolder("d/");
+    writer.AddBytes("d/b", "second");
+    writer.AddBytes("c", "last");
+  }));
+  const std::string zip = m_folder / "a.zip";
+  ASSERT_EQ(Extract(zip), 0);
+  const struct {
+    const char* name;
+    size_t position;
+    int32_t result;
+  } rows[] = {
+      {"mark", 0, CZip::kCannotOpenMember},
+      {"version", 4, 0},
+      {"other flags", 6, 0},
+      {"method", 8, CZip::kCannotOpenMember},
+      {"date", 10, 0},
+      {"checksum", 14, CZip::kCannotOpenMember},
+      {"packed size", 18, CZip::kCannotOpenMember},
+      {"size", 22, CZip::kCannotOpenMember},
+      {"size of the name", 26, CZip::kCannotOpenMember},
+      {"name", 30, 0},
+  };
+  for (const std::string member : {"d/", "d/b"}) {
+    Lines messages = m_log.Lines();
+    for (const auto& row : rows) {
+      std::string bytes = good;
+      bytes[bytes.find("PK\3\4", bytes.find(member) - 30) + row.position] ^= 1;
+      m_folder.Write("a.zip", bytes);
+      const std::string fresh = m_folder / ("fresh " + member.substr(0, 1) + std::to_string(member.size()) + row.name);
+      for (const std::string& out : {m_out, fresh}) {
+        EXPECT_EQ(CZip::ExtractZip(zip.c_str(), out.c_str(), true, &g_Logger), row.result) << row.name << " in " << out;
+        if (row.result)
+          messages.push_back("ExtractZip: Open current file failed in zip file " + zip + " (Error 0xffffff99)");
+        EXPECT_EQ(m_log.Lines(), messages);
+      }
+      EXPECT_EQ(fs::exists(fresh + "/a"), true) << "it stands before the damaged one";
+      EXPECT_EQ(fs::exists(fresh + "/c"), row.result == 0);
+    }
+  }
 }
 
 TEST_F(Zip, ReadsOneMember) {
