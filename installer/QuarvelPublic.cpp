@@ -1,8 +1,6 @@
 // The exported functions: each a few lines around the installer front, with its line or lines in the log.
 #include "installer/QuarvelPublic.h"
 
-#include <cxxabi.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -10,6 +8,7 @@
 #include <new>
 
 #include "Common/Logger_mac.h"
+#include "installer/HostThread.h"
 #include "installer/Quarveler.h"
 #include "installer/VolatileMark.h"
 
@@ -30,11 +29,12 @@ constexpr unsigned long kMessageLimit = 1024;   // bytes
 // Only a thread that the host ends inside its own callback unwinds through, as it must; destructors put things right.
 template <typename Work>
 InsResCode Guarded(const char* tag, InsResCode onFailure, const Work& work) {
+  const CancelShield shield;
   try {
     return work();
   } catch (const std::bad_alloc&) {
     g_Logger.LogEvent(tag, "Out of memory");
-  } catch (const abi::__forced_unwind&) {
+  } catch (const ThreadEnds&) {
     throw;
   } catch (const std::exception& failure) {
     g_Logger.LogEvent(tag, "Unexpected failure: %s", failure.what());

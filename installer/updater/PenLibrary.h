@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <span>
 
+#include "Common/Logger_mac.h"
 #include "platform/Tessvik.h"
 
 // The handles of the connected pens, 20 at most.
@@ -27,11 +28,14 @@ class ConnectedPens {
 };
 
 // Asks for the number of penlets. More than kMaxPenlets are no pen's: the rest is not read, so that a wrong count
-// cannot keep a run busy for hours.
-inline int32_t CountPenlets(int32_t penHandle, int32_t* count) {
+// cannot keep a run busy for hours. `tag` is the function that asks, for the log.
+inline int32_t CountPenlets(int32_t penHandle, const char* tag, int32_t* count) {
   constexpr int32_t kMaxPenlets = 4096;
   *count = 0;
   const int32_t pcRet = pcGetPenletCount(penHandle, count);
+  if (pcRet == 0 && *count > kMaxPenlets) {
+    g_Logger.LogEvent(tag, "Too many penlets, %d of them left out. penHandle=%d", *count - kMaxPenlets, penHandle);
+  }
   *count = std::clamp(*count, 0, kMaxPenlets);
   return pcRet;
 }

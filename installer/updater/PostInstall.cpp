@@ -5,8 +5,9 @@
 #include "Common/FileUtil.h"
 #include "Common/Logger_mac.h"
 #include "Common/StringUtil.h"
+#include "installer/updater/InstallDecisions.h"
+#include "installer/updater/PackageChecks.h"
 #include "installer/updater/PenLibrary.h"
-#include "installer/updater/PenUpdater.h"
 
 namespace {
 
@@ -46,6 +47,72 @@ std::string FileNameOf(const BundlePackage& package) {
   return CFileUtil::GetFileName(package.localPath.c_str());
 }
 
+InsResCode RaiseGroupVersion(int32_t penHandle, const PenletInfo& penlet, const BundleGroup& group, int32_t channel) {
+  const std::string guid = FieldText(penlet.guid);
+  const int32_t pcRet =
+      pcSetPenletAttrib(penHandle, channel, guid.c_str(), group.attribs, static_cast<int32_t>(group.attribCount));
+  if (pcRet == 0) return insSuccess;
+  g_Logger.LogEvent("UpdateGroupVersion",
+                    "Update group attribute for app failed, guid=%s, name=%s, penHandle=%d, pcRet=%d", guid.c_str(),
+                    FieldText(penlet.displayName).c_str(), penHandle, pcRet);
+  return insPenFailure;
+}
+
+InsResCode UpdatePenletGroup(CPenUpdater& updater, const PenletInfo& penlet, bool isCarried,
+                             const std::vector<BundleGroup*>& groups, int32_t channel) {
+  const std::string guid = FieldText(penlet.guid);
+  const auto found = updater.m_processingItems.find(guid);
+  if (found != updater.m_processingItems.end()) {
+    const UpdaterProcessingItem& item = found->second;
+    // One that was installed has its attributes from its transfer.
+    if (item.package || !item.group) return insSuccess;
+    return RaiseGroupVersion(updater.m_penHandle, penlet, *item.group, channel);
+  }
+  if (isCarried) return insSuccess;
+  for (BundleGroup* group : groups) {
+    if (!Raises(*group, penlet)) continue;
+    updater.AddProcessingItem(guid, TypeOf(penlet), group);
+    const InsResCode result = RaiseGroupVersion(updater.m_penHandle, penlet, *group, channel);
+    if (result != insSuccess) return result;
+  }
+  return insSuccess;
+}
+
+// A missing penlet goes by the name of the last package that the run handled.
+InsResCode VerifyGroupOnly(const PenContents& pen, const std::string& guid, const BundleGroup& group,
+                           const std::string& lastPakName) {
+  const auto found = pen.penlets.find(guid);
+  if (found == pen.penlets.end()) return ReportMissing(lastPakName);
+  const PenletInfo& penlet = found->second;
+  return Judge(FieldText(penlet.name), {{"Group Name", FieldText(penlet.groupName), group.name},
+                                        {"Group Version", FieldText(penlet.groupVersion), group.version}});
+}
+
+InsResCode VerifyFirmware(const PenContents& pen, const BundlePackage& package) {
+  if (pen.fwVersion == package.version) return insSuccess;
+  g_Logger.LogEvent("VerifyPen", "Firmware (%s) Version mismatch. Actual=%s, Expect=%s", FileNameOf(package).c_str(),
+                    pen.fwVersion.c_str(), package.version.c_str());
+  return insVerifyPenFailed;
+}
+
+InsResCode VerifyApplication(const PenContents& pen, const BundlePackage& package) {
+  const auto found = pen.penlets.find(package.guid);
+  if (found == pen.penlets.end()) return ReportMissing(FileNameOf(package));
+  const PenletInfo& penlet = found->second;
+  return Judge(FileNameOf(package), {{"Version", FieldText(penlet.version), package.version},
+                                     {"Group Name", FieldText(penlet.groupName), package.group->name},
+                                     {"Group Version", FieldText(penlet.groupVersion), package.group->version}});
+}
+
+// What the run did to one penlet, against what the pen holds now.
+InsResCode VerifyItem(const PenContents& pen, const UpdateRun& run, const std::string& guid,
+                      const UpdaterProcessingItem& item) {
+  if (!item.package) return item.group ? VerifyGroupOnly(pen, guid, *item.group, run.m_curPakName) : insSuccess;
+  if (run.Has(insFlagFirmware) && item.package->type == BndPakFirmware) return VerifyFirmware(pen, *item.package);
+  if (run.Has(insFlagApps) && LivesOnPen(*item.package)) return VerifyApplication(pen, *item.package);
+  return insSuccess;
+}
+
 }  // namespace
 
 InsResCode CPenUpdater::UpdateGroupVersion(const std::vector<BundleGroup*>& groups,
@@ -56,7 +123,7 @@ InsResCode CPenUpdater::UpdateGroupVersion(const std::vector<BundleGroup*>& grou
     g_Logger.LogEvent("UpdateGroupVersion", "Unable get penlet list. pcRet=%d", pcRet);
     return insPenFailure;
   }
-  pcRet = CountPenlets(m_penHandle, &count);
+  pcRet = CountPenlets(m_penHandle, "UpdateGroupVersion", &count);
   if (pcRet != 0) {
     g_Logger.LogEvent("UpdateGroupVersion", "Unable count penlet list. pcRet=%d", pcRet);
     return insPenFailure;
@@ -72,80 +139,18 @@ InsResCode CPenUpdater::UpdateGroupVersion(const std::vector<BundleGroup*>& grou
     }
     if (penlet.present == 0) continue;
     const bool isCarried = carried.contains(FieldText(penlet.guid));
-    const InsResCode result = UpdatePenletGroup(penlet, isCarried, groups, channel);
+    const InsResCode result = UpdatePenletGroup(*this, penlet, isCarried, groups, channel);
     if (result != insSuccess) return result;
   }
   return insSuccess;
 }
 
-InsResCode CPenUpdater::UpdatePenletGroup(const PenletInfo& penlet, bool isCarried,
-                                          const std::vector<BundleGroup*>& groups, int32_t channel) {
-  const std::string guid = FieldText(penlet.guid);
-  const auto found = m_processingItems.find(guid);
-  if (found != m_processingItems.end()) {
-    const UpdaterProcessingItem& item = found->second;
-    // One that was installed has its attributes from its transfer.
-    if (item.package || !item.group) return insSuccess;
-    return RaiseGroupVersion(penlet, *item.group, channel);
-  }
-  if (isCarried) return insSuccess;
-  for (BundleGroup* group : groups) {
-    if (!Raises(*group, penlet)) continue;
-    AddProcessingItem(guid, TypeOf(penlet), group);
-    const InsResCode result = RaiseGroupVersion(penlet, *group, channel);
-    if (result != insSuccess) return result;
-  }
-  return insSuccess;
-}
-
-InsResCode CPenUpdater::RaiseGroupVersion(const PenletInfo& penlet, const BundleGroup& group, int32_t channel) {
-  const std::string guid = FieldText(penlet.guid);
-  const int32_t pcRet =
-      pcSetPenletAttrib(m_penHandle, channel, guid.c_str(), group.attribs, static_cast<int32_t>(group.attribCount));
-  if (pcRet == 0) return insSuccess;
-  g_Logger.LogEvent("UpdateGroupVersion",
-                    "Update group attribute for app failed, guid=%s, name=%s, penHandle=%d, pcRet=%d", guid.c_str(),
-                    FieldText(penlet.displayName).c_str(), m_penHandle, pcRet);
-  return insPenFailure;
-}
-
-InsResCode CPenUpdater::VerifyPen(const PenUpdateCfg& cfg, int32_t channel) {
-  const InsResCode read = ReadContents(channel, "VerifyPen");
+InsResCode CPenUpdater::VerifyPen(int32_t channel) {
+  const InsResCode read = ReadContents(*this, channel, "VerifyPen");
   if (read != insSuccess) return read;
   for (const auto& [guid, item] : m_processingItems) {
-    InsResCode result = insSuccess;
-    if (!item.package) {
-      if (item.group) result = VerifyGroupOnly(guid, *item.group);
-    } else if ((cfg.flags & insFlagFirmware) != 0 && item.package->type == BndPakFirmware) {
-      result = VerifyFirmware(*item.package);
-    } else if ((cfg.flags & insFlagApps) != 0 && LivesOnPen(*item.package)) {
-      result = VerifyApplication(*item.package);
-    }
+    const InsResCode result = VerifyItem(Contents(), *this, guid, item);
     if (result != insSuccess) return result;
   }
   return insSuccess;
-}
-
-InsResCode CPenUpdater::VerifyGroupOnly(const std::string& guid, const BundleGroup& group) {
-  const auto found = m_penlets.find(guid);
-  if (found == m_penlets.end()) return ReportMissing(m_curPakName);
-  const PenletInfo& penlet = found->second;
-  return Judge(FieldText(penlet.name), {{"Group Name", FieldText(penlet.groupName), group.name},
-                                        {"Group Version", FieldText(penlet.groupVersion), group.version}});
-}
-
-InsResCode CPenUpdater::VerifyFirmware(const BundlePackage& package) {
-  if (m_fwVersion == package.version) return insSuccess;
-  g_Logger.LogEvent("VerifyPen", "Firmware (%s) Version mismatch. Actual=%s, Expect=%s", FileNameOf(package).c_str(),
-                    m_fwVersion.c_str(), package.version.c_str());
-  return insVerifyPenFailed;
-}
-
-InsResCode CPenUpdater::VerifyApplication(const BundlePackage& package) {
-  const auto found = m_penlets.find(package.guid);
-  if (found == m_penlets.end()) return ReportMissing(FileNameOf(package));
-  const PenletInfo& penlet = found->second;
-  return Judge(FileNameOf(package), {{"Version", FieldText(penlet.version), package.version},
-                                     {"Group Name", FieldText(penlet.groupName), package.group->name},
-                                     {"Group Version", FieldText(penlet.groupVersion), package.group->version}});
 }

@@ -1,29 +1,66 @@
 #include "installer/updater/ProgressGate.h"
 
-#include <memory>
-#include <vector>
+#include <utility>
+
+#include "installer/updater/PenUpdater.h"
 
 namespace {
 
-std::mutex g_gatesLock;
-std::vector<std::unique_ptr<ProgressGate>> g_gates;
-std::vector<ProgressGate*> g_freeGates;
+constexpr size_t kSpareGates = 16;
+
+// The unused gates, in the order in which they were given back. Nothing here is destroyed when the process exits.
+std::mutex g_freeLock;
+ProgressGate* g_firstFree = nullptr;
+ProgressGate* g_lastFree = nullptr;
+size_t g_freeCount = 0;
 
 }  // namespace
 
-ProgressGate* ProgressGate::Take() {
-  const std::lock_guard lock(g_gatesLock);
-  if (g_freeGates.empty()) {
-    g_freeGates.reserve(g_gates.size() + 1);  // so that giving back never allocates
-    g_gates.push_back(std::make_unique<ProgressGate>());
-    return g_gates.back().get();
+ProgressGate* ProgressGate::Take(CPenUpdater& updater) {
+  ProgressGate* gate = nullptr;
+  {
+    const std::lock_guard lock(g_freeLock);
+    if (g_freeCount > kSpareGates) {
+      gate = std::exchange(g_firstFree, g_firstFree->m_nextFree);
+      --g_freeCount;
+    }
   }
-  ProgressGate* gate = g_freeGates.back();
-  g_freeGates.pop_back();
+  if (!gate) gate = new ProgressGate;
+  gate->SetUpdater(&updater);
   return gate;
 }
 
 void ProgressGate::GiveBack(ProgressGate* gate) {
-  const std::lock_guard lock(g_gatesLock);
-  g_freeGates.push_back(gate);
+  gate->SetUpdater(nullptr);
+  const std::lock_guard lock(g_freeLock);
+  gate->m_nextFree = nullptr;
+  if (g_freeCount++ == 0) {
+    g_firstFree = gate;
+  } else {
+    g_lastFree->m_nextFree = gate;
+  }
+  g_lastFree = gate;
+}
+
+void ProgressGate::SetUpdater(CPenUpdater* updater) {
+  const std::lock_guard lock(m_mutex);
+  m_updater = updater;
+}
+
+void ProgressGate::Open(int32_t penHandle) {
+  const std::lock_guard lock(m_mutex);
+  m_penHandle = penHandle;
+  m_isOpen = true;
+}
+
+void ProgressGate::Close() {
+  const std::lock_guard lock(m_mutex);
+  m_isOpen = false;
+}
+
+int32_t ProgressGate::Tick(int32_t penHandle, uint64_t totalBytes, uint64_t doneBytes) {
+  const std::lock_guard lock(m_mutex);
+  if (penHandle != m_penHandle) return 0;
+  if (!m_updater || m_updater->m_abort) return 1;
+  return m_isOpen ? m_updater->NotifyProgress(doneBytes, totalBytes) : 0;
 }

@@ -9,6 +9,7 @@ SimPens::Json PenOfThree() {
   pen["penlets"] = {
       {{"guid", "a"}, {"name", "Alpha"}, {"version", "1.1"}, {"group", "Notes"}},
       {{"guid", "b"}, {"group", "notes"}},
+      {{"guid", "d"}},
       {{"guid", "c"}, {"name", "Paper C"}, {"version", "3"}, {"group", "Notes"}, {"kind", "paper"}},
   };
   return pen;
@@ -19,7 +20,7 @@ SimPens::Json PenOfThree() {
 TEST(Removal, RemovesEveryPenletOfExactlyThatGroup) {
   UpdaterRig rig(AutumnBundle(), PenOfThree());
   EXPECT_EQ(rig.Remove("Notes"), insSuccess);
-  EXPECT_EQ(rig.pens().Contents(kPenId), "8.9.14.b1; b 1.0 (notes )");
+  EXPECT_EQ(rig.pens().Contents(kPenId), "8.9.14.b1; b 1.0 (notes ); d 1.0 ( )");
   EXPECT_TRUE(rig.LeftNothingOpen());
   ASSERT_EQ(rig.reports().size(), 2U);
   const Report& first = rig.reports()[0];
@@ -45,15 +46,16 @@ TEST(Removal, EndsAsTheTableSays) {
     const char* contents;
     const char* logged;
   } rows[] = {
-      {"no such group", "Office", "", 0, 0, insSuccess, "a;b;c", "-Ret=0, penHandle="},
-      {"no group name", nullptr, "", 0, 0, insSuccess, "a;b;c", "groupName=(null)"},
-      {"one resists", "Notes", "pcUninstallPenlet", 1, 0, insSuccess, "a;b", "Unable remove penlet Alpha. pcRet=115"},
-      {"the host stops", "Notes", "", 0, 1, insAborted, "b;c", "-Ret=-2, penHandle="},
-      {"no channel", "Notes", "pcStartObex", 1, 0, insPenFailure, "a;b;c", "Unable start pen connection. pcRet=115"},
-      {"no id", "Notes", "pcGetPenId", 2, 0, insPenFailure, "a;b;c", "Remove: Unable get penId, penHandle="},
-      {"no list", "Notes", "pcGetPenletInfo", 1, 0, insPenFailure, "a;b;c", "Unable get penlet list. pcRet=115"},
-      {"no count", "Notes", "pcGetPenletCount", 1, 0, insPenFailure, "a;b;c", "Unable count penlet list. pcRet=115"},
-      {"unreadable in the second pass", "Notes", "pcGetPenletItem", 4, 0, insSuccess, "a;b", "-Ret=0"},
+      {"no such group", "Office", "", 0, 0, insSuccess, "a;b;d;c", "-Ret=0, penHandle="},
+      {"an empty name", "", "", 0, 0, insSuccess, "a;b;c", "-Ret=0, penHandle="},
+      {"no name", nullptr, "", 0, 0, insSuccess, "a;b;d;c", "Remove: No group name, nothing is removed. penHandle="},
+      {"one resists", "Notes", "pcUninstallPenlet", 1, 0, insSuccess, "a;b;d", "Unable remove penlet Alpha. pcRet=115"},
+      {"the host stops", "Notes", "", 0, 1, insAborted, "b;d;c", "-Ret=-2, penHandle="},
+      {"no channel", "Notes", "pcStartObex", 1, 0, insPenFailure, "a;b;d;c", "Unable start pen connection. pcRet=115"},
+      {"no id", "Notes", "pcGetPenId", 2, 0, insPenFailure, "a;b;d;c", "Remove: Unable get penId, penHandle="},
+      {"no list", "Notes", "pcGetPenletInfo", 1, 0, insPenFailure, "a;b;d;c", "Unable get penlet list. pcRet=115"},
+      {"no count", "Notes", "pcGetPenletCount", 1, 0, insPenFailure, "a;b;d;c", "Unable count penlet list. pcRet=115"},
+      {"unreadable in the second pass", "Notes", "pcGetPenletItem", 5, 0, insSuccess, "a;b;d", "-Ret=0"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
@@ -83,5 +85,5 @@ TEST(Removal, NeedsNoCallback) {
   UpdaterRig rig(AutumnBundle(), PenOfThree());
   rig.TakeNoReports();
   EXPECT_EQ(rig.Remove("Notes"), insSuccess);
-  EXPECT_EQ(rig.pens().Contents(kPenId), "8.9.14.b1; b 1.0 (notes )");
+  EXPECT_EQ(rig.pens().Contents(kPenId), "8.9.14.b1; b 1.0 (notes ); d 1.0 ( )");
 }
