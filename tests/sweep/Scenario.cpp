@@ -17,13 +17,11 @@ Json Penlet(const char* guid, const char* version, const char* group, const char
 }
 
 Json StartPen(Run run) {
-  Json pen = {{"id", "0x2a"}, {"type", 1}, {"firmware", run == Run::kInstall ? "8.9.14.b1" : "8.9.15.b2"}};
-  if (run == Run::kInstall) {
-    pen["penlets"] = {Penlet("settings", "1.9", "System", "1.8"), Penlet("sketch", "2.2", "Notes", "3.0")};
-  } else {
-    pen["penlets"] = {Penlet("settings", "2.0.1", "System", "2.0"), Penlet("sketch", "2.2", "Notes", "3.1"),
-                      Penlet("writer", "3.1.0", "Notes", "3.1"), Penlet("notebook", "1.0", "Notes", "3.1")};
-  }
+  Json pen = OldPen();
+  if (run == Run::kInstall) return pen;
+  pen["firmware"] = "8.9.15.b2";
+  pen["penlets"] = {Penlet("settings", "2.0.1", "System", "2.0"), Penlet("sketch", "2.2", "Notes", "3.1"),
+                    Penlet("writer", "3.1.0", "Notes", "3.1"), Penlet("notebook", "1.0", "Notes", "3.1")};
   return pen;
 }
 
@@ -32,23 +30,6 @@ std::vector<std::string> WantedPenlets(Run run) {
   if (run == Run::kRemoval) return {"settings 2.0.1 (System 2.0)"};
   return {"settings 2.0.1 (System 2.0)", "sketch 2.2 (Notes 3.1)", "writer 3.1.0 (Notes 3.1)",
           "notebook 1.0 (Notes 3.1)"};
-}
-
-TestBundleOptions Options() {
-  TestBundleOptions options;
-  options.groups = {
-      {.name = "System",
-       .version = "2.0",
-       .penTypes = "1",
-       .folder = "System",
-       .packages = {FirmwarePackage("8.9.15.b2", 1), PenAppPackage("settings", "Settings", "2.0.1", 12, 10)}},
-      {.name = "Notes",
-       .version = "3.1",
-       .penTypes = "1",
-       .folder = "Notes",
-       .packages = {PenAppPackage("writer", "Writer", "3.1.0", 7, 20),
-                    PaperPackage("notebook", "Notebook A5", "1.0", 0, 30)}}};
-  return options;
 }
 
 // How many of the process's threads or open files there are.
@@ -78,15 +59,15 @@ struct Plan {
     if (--call != 0) return 0;
     function = called;
     if (mishap == Mishap::kFail) return kSweptError;
-    if (mishap == Mishap::kUnplug) pbUnplug(kSweptPen);
-    if (mishap == Mishap::kAbort) insAbort(kSweptPen);
+    if (mishap == Mishap::kUnplug) pbUnplug(kPenId);
+    if (mishap == Mishap::kAbort) insAbort(kPenId);
     return 0;
   }
 };
 
 }  // namespace
 
-SweepBundle::SweepBundle() : m_bundle(Options()) {
+SweepBundle::SweepBundle() : m_bundle(AutumnBundle()) {
   const char* const certificates[] = {MakeTestIdentity().certPem.c_str()};
   const PenUpdateCfg cfg{insFlagFirmware | insFlagApps, certificates, 1, nullptr};
   EXPECT_EQ(insLoadBundle(m_bundle.path().c_str(), &m_handle), insSuccess);
@@ -119,7 +100,7 @@ InsResCode Scenario::Go(uint32_t flags) {
 
 std::vector<std::string> Scenario::Undisturbed() {
   EXPECT_EQ(Go(0), insSuccess);
-  EXPECT_TRUE(IsWell()) << m_pens.Contents(kSweptPen);
+  EXPECT_TRUE(IsWell()) << m_pens.Contents(kPenId);
   return m_pens.Calls();
 }
 
@@ -159,12 +140,12 @@ std::string Scenario::FirstComplaint() {
 bool Scenario::IsWell() const {
   std::string wanted = "8.9.15.b2";
   for (const std::string& penlet : WantedPenlets(m_run)) wanted += "; " + penlet;
-  return m_pens.Contents(kSweptPen) == wanted;
+  return m_pens.Contents(kPenId) == wanted;
 }
 
 std::string Scenario::DescribePen() const {
-  const Json pen = m_pens.Pen(kSweptPen);
-  const std::string contents = m_pens.Contents(kSweptPen);
+  const Json pen = m_pens.Pen(kPenId);
+  const std::string contents = m_pens.Contents(kPenId);
   std::string text = !pen["connected"] ? "unplugged" : pen["mode"] == "download" ? "in download mode" : "connected";
   if (m_run == Run::kRemoval) {
     return text + ", " + std::to_string(pen["penlets"].size() - 1) + " of the group's 3 left";
@@ -183,16 +164,16 @@ std::string Scenario::Recover(InsResCode result) {
   std::string advice;
   if (pbMarks() != 0) {
     advice += "restart the program, ";
-    EXPECT_EQ(pcUnRegisterVolatile("Install", kSweptPen), 0);
+    EXPECT_EQ(pcUnRegisterVolatile("Install", kPenId), 0);
   }
-  const Json pen = m_pens.Pen(kSweptPen);
+  const Json pen = m_pens.Pen(kPenId);
   if (!pen["connected"] || pen["mode"] == "download" || pbOpenChannels() != 0) {
     advice += "reconnect the pen, ";
-    pbUnplug(kSweptPen);
-    pbPlug(kSweptPen);
+    pbUnplug(kPenId);
+    pbPlug(kPenId);
   }
   const bool wasWell = IsWell();
-  m_penHandle = m_pens.HandleOf(kSweptPen);
+  m_penHandle = m_pens.HandleOf(kPenId);
   const InsResCode second = Go(0);
   EXPECT_TRUE(second == insSuccess || second == insNothingToDo) << "a second run ended with " << second;
   if (!wasWell) advice += again;
@@ -200,7 +181,7 @@ std::string Scenario::Recover(InsResCode result) {
     advice += " with force";
     EXPECT_EQ(Go(insFlagForce), insSuccess);
   }
-  EXPECT_TRUE(IsWell()) << m_pens.Contents(kSweptPen);
+  EXPECT_TRUE(IsWell()) << m_pens.Contents(kPenId);
   EXPECT_EQ(pbOpenChannels() + pbMarks(), 0) << "after the second run";
   if (advice.empty()) return result == insSuccess ? "nothing" : "nothing: all is done";
   if (advice.ends_with(", ")) advice.resize(advice.size() - 2);

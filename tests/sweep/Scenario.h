@@ -9,15 +9,13 @@
 #include <vector>
 
 #include "installer/QuarvelPublic.h"
-#include "tests/support/SimPens.h"
-#include "tests/support/TestBundle.h"
+#include "tests/support/Autumn.h"
 #include "tests/support/TestLog.h"
 
 enum class Run { kInstall, kRemoval };
 // What happens right before a pen call: it will fail, the pen is unplugged, or the host asks to abort.
 enum class Mishap { kFail, kUnplug, kAbort };
 
-constexpr uint64_t kSweptPen = 0x2a;
 constexpr int32_t kSweptError = 4711;  // what a failing call answers
 
 // What came of one mishap.

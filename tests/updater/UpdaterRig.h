@@ -7,11 +7,9 @@
 #include <vector>
 
 #include "installer/QuarvelPublic.h"
+#include "tests/support/Autumn.h"
 #include "tests/support/SimPens.h"
-#include "tests/support/TestBundle.h"
 #include "tests/support/TestLog.h"
-
-constexpr uint64_t kPenId = 0x2a;
 
 // A report to the host, with the texts that it borrowed.
 struct Report {
@@ -36,40 +34,6 @@ struct Report {
 
 // What a host answers to a report.
 using Answer = std::function<int32_t(const Report&)>;
-
-// The pen of most tests: type 1, older firmware, an old application and one that the bundle raises without carrying it.
-inline SimPens::Json OldPen() {
-  return {{"id", "0x2a"},
-          {"type", 1},
-          {"name", "Ada"},
-          {"firmware", "8.9.14.b1"},
-          {"penlets",
-           {{{"guid", "settings"}, {"version", "1.9"}, {"build", 4}, {"group", "System"}, {"groupVersion", "1.8"}},
-            {{"guid", "sketch"}, {"version", "2.2"}, {"group", "Notes"}, {"groupVersion", "3.0"}}}}};
-}
-
-// The bundle of most tests: firmware and an application in one group, an application and a paper product in another.
-inline TestBundleOptions AutumnBundle() {
-  TestPackage writer = PenAppPackage("writer", "Writer", "3.1.0", 7, 20);
-  writer.properties = {{"Audience", "everyone"}, {"Language", "en & sv"}};
-  TestBundleOptions options;
-  options.groups = {
-      {.name = "System",
-       .version = "2.0",
-       .penTypes = "1",
-       .folder = "System",
-       .packages = {FirmwarePackage("8.9.15.b2", 1), PenAppPackage("settings", "Settings", "2.0.1", 12, 10)}},
-      {.name = "Notes",
-       .version = "3.1",
-       .penTypes = "1,2",
-       .folder = "Notes",
-       .packages = {writer, PaperPackage("notebook", "Notebook A5", "1.0", 0, 30)}}};
-  return options;
-}
-
-constexpr const char* kInstalled =
-    "8.9.15.b2; settings 2.0.1 (System 2.0); sketch 2.2 (Notes 3.1); writer 3.1.0 (Notes 3.1); notebook 1.0 (Notes "
-    "3.1)";
 
 class UpdaterRig {
  public:
