@@ -15,11 +15,6 @@
 
 namespace {
 
-const char* LastSeparator(const char* path) {
-  const char* const backslash = std::strrchr(path, '\\');
-  return backslash ? backslash : std::strrchr(path, '/');
-}
-
 struct CloseFolder {
   void operator()(DIR* folder) const { closedir(folder); }
 };
@@ -49,8 +44,8 @@ bool IsSelfOrParent(const char* name) {
 
 bool CFileUtil::CreateFolder(const char* path, bool withParent) {
   if (!path || !*path) return false;
-  const char* const separator = LastSeparator(path);
-  if (!separator) return true;
+  const size_t separator = LastSeparator(path);
+  if (separator == std::string_view::npos) return true;
   const std::string folder(path, separator);
   if (withParent && !folder.empty() && !CreateFolder(folder.c_str(), false)) return false;
   return MakeFolder(folder);
@@ -77,18 +72,22 @@ int CFileUtil::GetTempFilePath(char* out, int outSize, const char* format, ...) 
   return std::snprintf(out, static_cast<size_t>(std::max(outSize, 0)), "/tmp/%s", name.data());
 }
 
+size_t CFileUtil::LastSeparator(std::string_view path) {
+  const size_t backslash = path.rfind('\\');
+  return backslash != std::string_view::npos ? backslash : path.rfind('/');
+}
+
 bool CFileUtil::GetPath(const char* path, char* out) {
-  const char* const separator = path ? LastSeparator(path) : nullptr;
-  if (!separator) return false;
-  const size_t length = std::min<size_t>(static_cast<size_t>(separator - path) + 1, kPathSize - 1);
+  const size_t separator = path ? LastSeparator(path) : std::string_view::npos;
+  if (separator == std::string_view::npos) return false;
+  const size_t length = std::min<size_t>(separator + 1, kPathSize - 1);
   std::memmove(out, path, length);
   out[length] = '\0';
   return true;
 }
 
 const char* CFileUtil::GetFileName(const char* path) {
-  const char* const separator = path ? LastSeparator(path) : nullptr;
-  return separator ? separator + 1 : path;
+  return path ? path + LastSeparator(path) + 1 : nullptr;  // npos + 1 is 0
 }
 
 bool CFileUtil::FileExists(const char* path) {

@@ -3,6 +3,9 @@
 #ifndef QUARVEL_COMMON_FILEUTIL_H
 #define QUARVEL_COMMON_FILEUTIL_H
 
+#include <cstddef>
+#include <string_view>
+
 class CFileUtil {
  public:
   // Size of the buffers for paths, with the NUL.
@@ -20,6 +23,9 @@ class CFileUtil {
   // Writes "/tmp/" and the formatted name, cut to 259 characters, into `out` and returns the whole length. Everything
   // temporary is named through this.
   static int GetTempFilePath(char* out, int outSize, const char* format, ...) __attribute__((format(printf, 3, 4)));
+
+  // Where a path is cut: its last backslash, else its last slash; npos when it has neither.
+  static size_t LastSeparator(std::string_view path);
 
   // Copies the path up to and with its last separator into `out` (kPathSize bytes, cut to fit); false, and `out`
   // untouched, when it has none.

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 
 #include <algorithm>
@@ -12,6 +13,7 @@
 #include <memory>
 
 #include "Common/Clock.h"
+#include "Common/FileUtil.h"
 
 namespace {
 
@@ -51,8 +53,7 @@ const char* CFolderTree::Fault(const char* path) const {
 }
 
 std::string_view CFolderTree::FolderPart(std::string_view path) {
-  size_t cut = path.rfind('\\');
-  if (cut == std::string_view::npos) cut = path.rfind('/');
+  const size_t cut = CFileUtil::LastSeparator(path);
   return path.substr(0, cut == std::string_view::npos ? 0 : cut);
 }
 

@@ -4,37 +4,14 @@
 #ifndef QUARVEL_COMMON_FOLDERTREE_H
 #define QUARVEL_COMMON_FOLDERTREE_H
 
-#include <sys/stat.h>
 #include <sys/types.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <unordered_set>
-#include <utility>
 
-// Owns a file descriptor.
-class UniqueFd {
- public:
-  UniqueFd() = default;
-  explicit UniqueFd(int fd) : m_fd(fd) {}
-  UniqueFd(UniqueFd&& other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
-  UniqueFd& operator=(UniqueFd&& other) noexcept {
-    std::swap(m_fd, other.m_fd);
-    return *this;
-  }
-  ~UniqueFd() {
-    if (m_fd >= 0) close(m_fd);
-  }
-
-  int get() const { return m_fd; }
-  int release() { return std::exchange(m_fd, -1); }
-  explicit operator bool() const { return m_fd >= 0; }
-
- private:
-  int m_fd = -1;
-};
+#include "Common/UniqueFd.h"
 
 class CFolderTree {
  public:

@@ -1,7 +1,6 @@
 #include "Common/log/LogFile.h"
 
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,6 +12,8 @@
 #include <utility>
 #include <vector>
 
+#include "Common/QuietWriter.h"
+#include "Common/UniqueFd.h"
 #include "Common/log/LogPath.h"
 
 namespace {
@@ -23,58 +24,6 @@ constexpr int kLockTries = 500;
 constexpr std::chrono::milliseconds kLockPause{1};
 
 constexpr size_t kCopySize = 65536;
-
-// A host with a file size limit, or whose log is a pipe without a reader, gets no signal from a line of the log.
-class SignalShield {
- public:
-  SignalShield() {
-    sigemptyset(&m_signals);
-    sigaddset(&m_signals, SIGXFSZ);
-    sigaddset(&m_signals, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &m_signals, &m_before);
-  }
-  ~SignalShield() { pthread_sigmask(SIG_SETMASK, &m_before, nullptr); }
-  SignalShield(const SignalShield&) = delete;
-  SignalShield& operator=(const SignalShield&) = delete;
-
-  // Takes the signal that a failed write has left pending.
-  void Take() const {
-    const timespec atOnce = {};
-    sigtimedwait(&m_signals, nullptr, &atOnce);
-  }
-
- private:
-  sigset_t m_signals;
-  sigset_t m_before;
-};
-
-// Returns the bytes written: fewer than given when the rest found no room.
-size_t WriteAll(int fd, std::string_view bytes) {
-  size_t done = 0;
-  while (done < bytes.size()) {
-    const ssize_t count = write(fd, bytes.data() + done, bytes.size() - done);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) break;
-    done += static_cast<size_t>(count);
-  }
-  return done;
-}
-
-// A descriptor that closes itself.
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : m_fd(fd) {}
-  ~Descriptor() {
-    if (m_fd >= 0) close(m_fd);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int get() const { return m_fd; }
-  int release() { return std::exchange(m_fd, -1); }
-
- private:
-  int m_fd;
-};
 
 // Opening a pipe without a reader fails at once instead of waiting for one.
 int OpenToAppend(const std::string& path) {
@@ -90,7 +39,7 @@ bool EndsLine(char c) {
 }
 
 // Copies what follows the first line end at or after the reader's offset.
-bool CopyWholeLines(int reader, int64_t offset, int writer) {
+bool CopyWholeLines(int reader, int64_t offset, int writer, const CQuietWriter& quiet) {
   std::vector<char> buffer(kCopySize);
   bool inFirstLine = true;
   for (;;) {
@@ -103,7 +52,7 @@ bool CopyWholeLines(int reader, int64_t offset, int writer) {
       inFirstLine = !EndsLine(chunk.front());
       chunk.remove_prefix(1);
     }
-    if (WriteAll(writer, chunk) != chunk.size()) return false;
+    if (quiet.Write(writer, chunk) != chunk.size()) return false;
   }
 }
 
@@ -172,12 +121,10 @@ bool LogFile::Follow() {
 
 void LogFile::Append(std::string_view lines) {
   if (!IsOpen() || lines.empty()) return;
-  const SignalShield shield;
+  const CQuietWriter quiet;
   const Hold hold(*this);
-  const size_t written = WriteAll(m_fd, lines);
-  if (written == lines.size()) return;
-  if (errno == EFBIG || errno == EPIPE) shield.Take();
-  TakeBackCutLine(lines.substr(0, written));
+  const size_t written = quiet.Write(m_fd, lines);
+  if (written < lines.size()) TakeBackCutLine(lines.substr(0, written));
 }
 
 void LogFile::TakeBackCutLine(std::string_view written) const {
@@ -191,29 +138,27 @@ void LogFile::TakeBackCutLine(std::string_view written) const {
 
 void LogFile::Trim(int64_t maxSize, int64_t shrinkSize) {
   if (!IsOpen()) return;
-  const SignalShield shield;
   const Hold hold(*this);
   struct stat status = {};
   if (!hold.locked() || fstat(m_fd, &status) != 0 || !S_ISREG(status.st_mode) || status.st_size <= maxSize) return;
-  if (!KeepFrom(status.st_size - maxSize + shrinkSize)) shield.Take();
+  KeepFrom(status.st_size - maxSize + shrinkSize);
 }
 
 // Puts a copy of the rest in the file's place. The lock on the old file goes with it, when the copy is complete.
-bool LogFile::KeepFrom(int64_t offset) {
-  const Descriptor reader(open(m_path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+void LogFile::KeepFrom(int64_t offset) {
+  const UniqueFd reader(open(m_path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   struct stat status = {};
-  if (reader.get() < 0 || fstat(reader.get(), &status) != 0) return false;
+  if (!reader || fstat(reader.get(), &status) != 0) return;
   const std::string temporary = m_path + ".tmp";
   unlink(temporary.c_str());  // left by a process that was killed while it trimmed
-  Descriptor writer(open(temporary.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-  if (writer.get() < 0) return false;
-  const bool complete = CopyWholeLines(reader.get(), offset, writer.get()) &&
+  UniqueFd writer(open(temporary.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (!writer) return;
+  const bool complete = CopyWholeLines(reader.get(), offset, writer.get(), CQuietWriter()) &&
                         fchmod(writer.get(), status.st_mode & 07777) == 0 &&
                         rename(temporary.c_str(), m_path.c_str()) == 0;
   if (!complete) {
     unlink(temporary.c_str());
-    return false;
+    return;
   }
   close(std::exchange(m_fd, writer.release()));
-  return true;
 }

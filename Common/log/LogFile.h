@@ -36,7 +36,7 @@ class LogFile {
   bool TryLock() const;
   bool Follow();
   void TakeBackCutLine(std::string_view written) const;
-  bool KeepFrom(int64_t offset);
+  void KeepFrom(int64_t offset);
 
   int m_fd = -1;
   bool m_holderIsStuck = false;  // the lock could not be had last time

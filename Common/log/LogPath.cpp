@@ -59,12 +59,6 @@ std::string UserFolder(int flags) {
   return flags & CLogger::kUserFolder ? ApplicationsFolder() : "";
 }
 
-// A backslash anywhere goes before any slash.
-size_t LastSeparator(std::string_view path) {
-  const size_t backslash = path.rfind('\\');
-  return backslash != std::string_view::npos ? backslash : path.rfind('/');
-}
-
 bool ReplacesFolder(std::string_view folder) {
   return folder.starts_with("\\\\") || (folder.size() > 1 && folder[1] == ':');
 }
@@ -86,7 +80,7 @@ std::string ApplicationsFolder() {
 std::string ResolveLogPath(int flags, const char* fileName, const char* folder) {
   std::string name = fileName ? std::string(fileName).substr(0, kMaxPath) : "";
   std::string base;
-  const size_t separator = LastSeparator(name);
+  const size_t separator = CFileUtil::LastSeparator(name);
   if (separator != std::string::npos) {
     base = name.substr(0, separator);
     name.erase(0, separator + 1);

@@ -5,8 +5,6 @@
 #include <string.h>
 #include <sys/stat.h>
 
-#include <span>
-
 namespace {
 
 // A read that fails takes the whole block with it, so that a damaged member's file ends at a multiple of this.
@@ -25,16 +23,6 @@ Path Split(std::string_view name) {
   return {name.substr(0, leaf), name.substr(leaf)};
 }
 
-bool WriteAll(int fd, std::span<const uint8_t> bytes) {
-  while (!bytes.empty()) {
-    const ssize_t written = write(fd, bytes.data(), bytes.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) return false;
-    bytes = bytes.subspan(static_cast<size_t>(written));
-  }
-  return true;
-}
-
 // Archives know no date before 1980, so that the conversion, which may look at the time zone's file, is rarely needed.
 bool IsEpoch(const tm_unz& date) {
   const auto year = date.tm_year > 1900 ? date.tm_year - 1900 : date.tm_year;
@@ -42,25 +30,6 @@ bool IsEpoch(const tm_unz& date) {
 }
 
 }  // namespace
-
-CQuietSizeLimit::CQuietSizeLimit() {
-  sigset_t limit;
-  sigset_t pending;
-  sigemptyset(&limit);
-  sigaddset(&limit, SIGXFSZ);
-  sigpending(&pending);
-  m_wasPending = sigismember(&pending, SIGXFSZ) == 1;
-  pthread_sigmask(SIG_BLOCK, &limit, &m_before);
-}
-
-CQuietSizeLimit::~CQuietSizeLimit() {
-  sigset_t limit;
-  sigemptyset(&limit);
-  sigaddset(&limit, SIGXFSZ);
-  const timespec atOnce{};
-  if (!m_wasPending) sigtimedwait(&limit, nullptr, &atOnce);
-  pthread_sigmask(SIG_SETMASK, &m_before, nullptr);
-}
 
 CZipUnpacker::CZipUnpacker(const CZipFile& file, const CFolderTree& tree, CSharedFolder* shared, bool skipUnchanged)
     : m_reader(file),
@@ -131,8 +100,8 @@ std::optional<CZipUnpacker::Fault> CZipUnpacker::Fill(int fd, const tm_unz& date
   uint64_t written = 0;
   int64_t got = 0;
   while ((got = m_member.Read(m_transfer)) > 0) {
-    const auto bytes = std::span(m_transfer).first(static_cast<size_t>(got));
-    if (!WriteAll(fd, bytes)) return Fault{CZip::kWriteFailed, errno};
+    const std::string_view bytes(reinterpret_cast<const char*>(m_transfer.data()), static_cast<size_t>(got));
+    if (m_quiet.Write(fd, bytes) != bytes.size()) return Fault{CZip::kWriteFailed, errno};
     written += bytes.size();
   }
   if (got < 0 && ftruncate(fd, static_cast<off_t>(written / kBlockSize * kBlockSize)) != 0) {

@@ -3,7 +3,6 @@
 #ifndef QUARVEL_COMMON_ZIP_ZIPUNPACKER_H
 #define QUARVEL_COMMON_ZIP_ZIPUNPACKER_H
 
-#include <signal.h>
 #include <time.h>
 
 #include <cstdint>
@@ -13,22 +12,10 @@
 #include <vector>
 
 #include "Common/FolderTree.h"
+#include "Common/QuietWriter.h"
 #include "Common/SharedFolder.h"
 #include "Common/Zip.h"
 #include "Common/zip/ZipArchive.h"
-
-// While it lives, a write beyond the process's file size limit fails on this thread instead of ending the process.
-class CQuietSizeLimit {
- public:
-  CQuietSizeLimit();
-  ~CQuietSizeLimit();
-  CQuietSizeLimit(const CQuietSizeLimit&) = delete;
-  CQuietSizeLimit& operator=(const CQuietSizeLimit&) = delete;
-
- private:
-  sigset_t m_before;
-  bool m_wasPending;
-};
 
 // What stands where a member's file belongs.
 enum class ZipTarget : uint8_t { kMissing, kUnchanged, kChanged };
@@ -59,7 +46,7 @@ class CZipUnpacker {
   std::optional<Fault> Fill(int fd, const tm_unz& date);
   time_t TimeOf(const tm_unz& date);
 
-  CQuietSizeLimit m_quiet;
+  CQuietWriter m_quiet;
   CZipReader m_reader;
   CZipMember m_member;
   CFolderCursor m_cursor;

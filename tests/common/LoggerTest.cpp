@@ -16,7 +16,6 @@
 #include <vector>
 
 #include "Common/Logger_mac.h"
-#include "Common/log/LogPath.h"
 #include "tests/support/TempFolder.h"
 
 namespace fs = std::filesystem;
@@ -53,6 +52,13 @@ bool WaitFor(const std::function<bool()>& condition) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
   return false;
+}
+
+// Whether that is the file, below folders that are there, which Init's arguments lead to.
+bool LogsTo(const std::string& path, int flags, const char* file, const char* folder) {
+  fs::create_directories(fs::absolute(path).parent_path());
+  CLogger(flags, file, folder, 1048576, 256000, kNever, 1024).LogEvent("Tag", "here");
+  return fs::remove(path);
 }
 
 }  // namespace
@@ -153,7 +159,8 @@ TEST(Logger, PathComesFromFlagsNameAndFolder) {
   const std::string config = home + "/config";
   setenv("HOME", home.c_str(), 1);
   setenv("XDG_CONFIG_HOME", config.c_str(), 1);
-  const std::string here = fs::current_path().string() + "/";
+  fs::current_path(folder.path());
+  const std::string here = home + "/";
   struct Row {
     const char* name;
     int flags;
@@ -176,10 +183,18 @@ TEST(Logger, PathComesFromFlagsNameAndFolder) {
   };
   folder.Write("config/user-dirs.dirs",
                "# XDG_DOCUMENTS_DIR=\"/x\"\nXDG_DESKTOP_DIR=\"$HOME\"\nXDG_DOCUMENTS_DIR=\"$HOME/My Papers\"\n");
-  for (const Row& row : rows) EXPECT_EQ(ResolveLogPath(row.flags, row.file, row.folder), row.path) << row.name;
-  EXPECT_EQ(ResolveLogPath(0, std::string(300, 'n').c_str(), "/").size(), 259u);
+  for (const Row& row : rows) EXPECT_TRUE(LogsTo(row.path, row.flags, row.file, row.folder)) << row.name;
   fs::remove(config + "/user-dirs.dirs");
-  EXPECT_EQ(DocumentsFolder(), home + "/Documents");
+  EXPECT_TRUE(LogsTo(home + "/Documents/a.log", CLogger::kDocumentsFolder, "a.log", nullptr));
+  fs::current_path("/");
+}
+
+TEST(Logger, PathsHave259BytesAtMost) {
+  testing::internal::CaptureStdout();
+  CLogger logger(0, std::string(300, 'n').c_str(), "/", 1, 1, kNever, 1024);
+  logger.Open();
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "Open: Error opening log file \"/" + std::string(258, 'n') + "\". Err=36\n");
 }
 
 TEST(Logger, AnOpenFileStaysInUseUntilItWasIdle) {

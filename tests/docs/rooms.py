@@ -1,0 +1,75 @@
+#!/usr/bin/env python3
+"""Includes run the way that docs/architecture.md says, and nobody enters a room past its door: rooms.py ROOT"""
+import pathlib
+import re
+import sys
+
+PUBLIC = "installer/QuarvelPublic.h"
+PENS = "platform/Tessvik.h"
+RECORD = "platform/PenletAttribute.h"
+
+# What a room includes beside itself: rooms, or single headers of theirs. A room that is not named here includes nothing
+# of the project's but its own; what is told of a folder holds for the folders in it that are not told of themselves.
+USES = {
+    "Common": [],
+    "platform": [],
+    "installer/bundle": ["Common", PUBLIC, RECORD],
+    "installer/updater": ["Common", "installer/bundle", "platform", PUBLIC],
+    "installer": ["Common", "installer/bundle", "installer/updater", "platform"],
+    "simulator": ["platform"],
+    "desk": [PUBLIC, PENS],
+    "host": ["desk", PUBLIC, PENS],
+    "station": ["desk", PUBLIC, PENS],
+    "fleet": ["desk", PUBLIC, PENS],
+    "authoring": ["Common", "installer/bundle", "installer/updater/InstallDecisions.h",
+                  "installer/updater/PenContents.h", PUBLIC],
+    "examples": [],
+}
+# What proves and measures the rooms goes into each of them.
+OUTSIDE = ["tests", "bench", "fuzz"]
+
+# Rooms behind doors: what includes them lies in them or is their door.
+DOORS = {
+    "Common/log": "Common/Logger_mac.h",
+    "Common/xml": "Common/Xml.h",
+    "Common/zip": "Common/Zip.h",
+}
+
+
+def within(path, folder):
+    return path == folder or path.startswith(folder + "/")
+
+
+def room_of(path):
+    return max((room for room in USES if within(path, room)), key=len, default=path.split("/")[0])
+
+
+def fault(file, included):
+    """What is wrong with this include, or None."""
+    for room, door in DOORS.items():
+        if within(included, room) and not within(file, room) and file != door:
+            return f"the door is {door}"
+    room = room_of(file)
+    if room in OUTSIDE or room_of(included) == room or any(within(included, use) for use in USES.get(room, [])):
+        return None
+    return f"{room}/ does not use it"
+
+
+def main():
+    root = pathlib.Path(sys.argv[1])
+    includes = faults = 0
+    for room in sorted({name.split("/")[0] for name in USES} | set(OUTSIDE)):
+        for path in sorted((root / room).rglob("*.[hc]*")):
+            file = str(path.relative_to(root))
+            for included in re.findall(r'^#include "([^"]+/[^"]+)"', path.read_text(), re.M):
+                includes += 1
+                wrong = fault(file, included)
+                if wrong:
+                    faults += 1
+                    print(f"{file} includes {included}: {wrong}")
+    print(f"{includes} includes read, {faults} of them wrong")
+    return faults != 0 or includes == 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
