@@ -16,14 +16,20 @@ struct CloseFile {
   void operator()(FILE* file) const { std::fclose(file); }
 };
 
-// Texts inside a document count their bytes in 32 bits.
-constexpr uint64_t kLargest = UINT32_MAX - XML::kSlack;
+// A text as it is parsed; none when it is too long.
+std::optional<Z<char>> CopyOf(const char* source) {
+  const size_t size = std::strlen(source);
+  if (size > XML::kLongest) return std::nullopt;
+  Z<char> text(size + XML::kSlack);
+  std::memcpy(text, source, size);
+  return text;
+}
 
 // The size of an open file; none for what is not one that can be read whole.
 std::optional<size_t> SizeOf(FILE* file) {
   struct stat status {};
   if (fstat(fileno(file), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
-  if (static_cast<uint64_t>(status.st_size) > kLargest) return std::nullopt;
+  if (static_cast<uint64_t>(status.st_size) > XML::kLongest) return std::nullopt;
   return static_cast<size_t>(status.st_size);
 }
 
@@ -48,7 +54,7 @@ XML& XML::operator=(const XML& other) {
   m_fileName = other.m_fileName;
   m_hasFileName = other.m_hasFileName;
   m_hasDefaultRoot = other.m_hasDefaultRoot;
-  m_header.reset(other.m_header->Duplicate());
+  OwnHeader(std::unique_ptr<XMLHeader>(other.m_header->Duplicate()));
   OwnRoot(other.m_root ? other.m_root->Copy() : nullptr);
   return *this;
 }
@@ -63,26 +69,22 @@ void XML::Clear() {
   m_position = 0;
   m_fileName.clear();
   m_hasFileName = false;
-  m_header = std::make_unique<XMLHeader>(kDeclaration);
+  OwnHeader(std::make_unique<XMLHeader>(kDeclaration));
   UseDefaultRoot("xml");
 }
 
 bool XML::Load(const char* source, int mode, XMLTransform* transform, void* data) {
+  std::string path;
+  std::optional<Z<char>> text;
+  if (source && mode == 0) path = source;
+  if (source && mode != 0) text = CopyOf(source);
   Clear();
-  if (!source) return true;
-  if (mode == 0) {
-    m_fileName = source;
-    m_hasFileName = true;
-    std::optional<Z<char>> text = ReadToZ(source, transform, data);
-    if (text) Parse(std::move(*text));
-  } else if (*source) {
-    const size_t size = std::strlen(source);
-    if (size > kLargest) return true;
-    Z<char> text(size + kSlack);
-    std::memcpy(text, source, size);
-    Parse(std::move(text));
+  if (source && mode == 0) {
+    m_fileName = std::move(path);
+    m_hasFileName = !transform;
+    text = ReadToZ(m_fileName.c_str(), transform, data);
   }
-  if (transform) m_hasFileName = false;
+  if (text) Parse(std::move(*text));
   return true;
 }
 
@@ -121,9 +123,9 @@ void XML::Parse(Z<char> text) {
   if (close == std::string_view::npos) {
     m_hasFileName = false;
     m_status = 1;
-    m_header = std::make_unique<XMLHeader>(std::string("\xEF\xBB\xBF") + kDeclaration);
+    OwnHeader(std::make_unique<XMLHeader>(std::string("\xEF\xBB\xBF") + kDeclaration));
   } else {
-    m_header = std::make_unique<XMLHeader>(body.substr(0, close + 2));
+    OwnHeader(std::make_unique<XMLHeader>(body.substr(0, close + 2)));
     body.remove_prefix(close + 2);
   }
   const size_t first = body.find('<');
@@ -170,8 +172,14 @@ XMLElement* XML::RemoveRootElementAndKeep() {
   return m_root.release();
 }
 
-void XML::SetHeader(XMLHeader* header) {
-  if (header && header != m_header.get()) m_header.reset(header);
+XMLHeader* XML::SetHeader(XMLHeader* header) {
+  if (header && !header->m_isOwned) OwnHeader(std::unique_ptr<XMLHeader>(header));
+  return m_header.get();
+}
+
+void XML::OwnHeader(std::unique_ptr<XMLHeader> header) {
+  m_header = std::move(header);
+  m_header->m_isOwned = true;
 }
 
 // --- the header ---
@@ -187,7 +195,10 @@ void XMLHeader::SetEncoding(std::string_view encoding) {
 }
 
 unsigned XMLHeader::AddComment(XMLComment* comment) {
-  if (comment) m_comments.Append(comment);
+  if (comment && !comment->m_text.listed) {
+    m_comments.Append(comment);
+    comment->m_text.listed = true;
+  }
   return m_comments.size();
 }
 

@@ -3,6 +3,7 @@
 #ifndef QUARVEL_COMMON_XML_XMLDOCUMENT_H
 #define QUARVEL_COMMON_XML_XMLDOCUMENT_H
 
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <optional>
@@ -31,6 +32,7 @@ class XMLHeader {
   const std::string& text() const { return m_text; }
   // Rewrites the text as a declaration of that encoding.
   void SetEncoding(std::string_view encoding);
+  // The header owns the comment, unless a tree or a header has it already: then nothing is added.
   unsigned AddComment(XMLComment* comment);
   unsigned GetCommentsNum() const { return m_comments.size(); }
   XMLComment** GetComments() const { return m_comments.data(); }
@@ -42,8 +44,11 @@ class XMLHeader {
   size_t MemoryUsage() const;
 
  private:
+  friend class XML;
+
   std::string m_text;
   XmlList<XMLComment, 10> m_comments;
+  bool m_isOwned = false;  // by a document
 };
 
 class XML {
@@ -51,6 +56,8 @@ class XML {
   static constexpr const char* kDeclaration = "<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\" ?>";
 
   static constexpr size_t kSlack = 32;  // bytes of zero behind a text that is parsed
+  // Bytes that a document's text can have: its parts count theirs in 32 bits.
+  static constexpr uint64_t kLongest = UINT32_MAX - kSlack;
 
   XML();
   // Mode 0 reads the file at `source`, mode 1 the text `source`.
@@ -59,7 +66,8 @@ class XML {
   XML& operator=(const XML& other);
   ~XML();  // saves first when save-on-close is set
 
-  // Clears the document and loads another. Always true; ParseStatus tells how it went.
+  // Clears the document and loads another. The source may be a text of the document's own. Always true; ParseStatus
+  // tells how it went.
   bool Load(const char* source, int mode, XMLTransform* transform = nullptr, void* data = nullptr);
   bool LoadText(const char* text) { return Load(text, 1); }
   // The same with a text that is handed over, with kSlack bytes of zero behind it, and so is not copied.
@@ -79,17 +87,21 @@ class XML {
   XMLElement* SetRootElement(XMLElement* root);
   XMLElement* RemoveRootElementAndKeep();  // the caller owns it
   XMLHeader* GetHeader() const { return m_header.get(); }
-  void SetHeader(XMLHeader* header);  // the document owns it
+  // The document owns the new header and the former one is deleted. None, and another document's, is not taken: returns
+  // the header that there is then.
+  XMLHeader* SetHeader(XMLHeader* header);
   // Whether the trees and the comments outside them are the same.
   bool Compare(const XML& other) const;
 
   // Writes the document. Mode 0: UTF-8 to the file `target`, null for the one it was loaded from; mode 1: `target` is
-  // an open FILE; mode 3: UTF-16 with its mark to the file. False without a file to write to and for mode 2.
+  // an open FILE; mode 3: UTF-16 with its mark to the file. False without a file to write to, for mode 2, and with
+  // nothing written when the text would be longer than a document can be. Indented by a tab per level that happens to a
+  // chain of some 65,000 elements; without formatting any depth is written.
   bool Save(const void* target = nullptr, bool formatting = true, int mode = 0, XMLTransform* transform = nullptr,
             void* data = nullptr);
   void SaveOnClose(bool save) { m_saveOnClose = save; }
   bool Export(FILE* stream, bool formatting = true) const;
-  void Export(std::string& out, bool formatting = true) const;
+  bool Export(std::string& out, bool formatting = true) const;
   void SetExportFormatting(bool spaces, unsigned count);  // of every element
 
   size_t MemoryUsage() const;
@@ -114,6 +126,7 @@ class XML {
   void Parse(Z<char> text);
   void UseDefaultRoot(std::string_view name);
   void OwnRoot(XMLElement* root);
+  void OwnHeader(std::unique_ptr<XMLHeader> header);
 
   int m_status = 0;
   int m_position = 0;

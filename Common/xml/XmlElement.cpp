@@ -59,14 +59,16 @@ XMLElement::Rare& XMLElement::MakeRare() {
   return *m_rare;
 }
 
-void XMLElement::Reparse(std::string_view tag, int type) {
+void XMLElement::Reparse(std::string_view given, int type) {
+  const std::string copy(given);  // what is given may be this element's own
+  std::string_view tag = copy;
   RemoveAllVariables();
   RemoveAllElements();
   RemoveAllComments();
   Touch();
   if (type != 0) {
     MakeRare().type = type;
-    m_name.Set(tag);
+    m_name.Set(XML::XMLEncode(tag));
     return;
   }
   if (m_rare) m_rare->type = type;

@@ -22,8 +22,8 @@
 
 class XMLElement {
  public:
-  // Reads name and attributes from a start tag's text, or, with `type` 1, takes all of it as the name. The parent is
-  // only a link: the parent's children stay as they are.
+  // Reads name and attributes from a start tag's text, or, with `type` 1, takes all of it as the name, which is stored
+  // escaped. The parent is only a link: the parent's children stay as they are.
   explicit XMLElement(XMLElement* parent = nullptr, std::string_view tag = {}, int type = 0);
   ~XMLElement();
   XMLElement(const XMLElement&) = delete;
@@ -155,12 +155,12 @@ class XMLElement {
   bool ReloadElement(unsigned index);
   bool DeleteUnloadedElementFile(unsigned index);
 
-  // --- writing, `deep` levels in; false when the stream did not take all of it. The unit of one level's indentation is
-  // a tab unless set.
+  // --- writing, `deep` levels in; false when the stream did not take all of it, or with nothing written when it would
+  // be longer than a document can be. The unit of one level's indentation is a tab unless set.
   void SetExportFormatting(bool spaces, unsigned count);
   std::pair<bool, unsigned> GetExportFormatting() const;
   bool Export(FILE* stream, unsigned deep = 0, bool formatting = true) const;
-  void Export(std::string& out, unsigned deep = 0, bool formatting = true) const;
+  bool Export(std::string& out, unsigned deep = 0, bool formatting = true) const;
   static bool printc(FILE* stream, const XMLElement* element, unsigned deep = 0, bool formatting = true);
 
  private:

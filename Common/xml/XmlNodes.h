@@ -77,6 +77,7 @@ class XMLTextNode {
 
  protected:
   friend class XMLElement;
+  friend class XMLHeader;
   friend class XmlTreeBuilder;
   XMLTextNode(XMLElement* owner, unsigned position, std::string_view text);
   XMLTextNode() = default;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "Common/xml/XmlCloseTable.h"
 #include "Common/xml/XmlTags.h"
 #include "Common/xml/XmlTreeBuilder.h"
 
@@ -148,7 +149,7 @@ class DepthParser {
   }
 
   XmlTreeBuilder& m_builder;
-  xmltags::CloseTable m_closes;
+  XmlCloseTable m_closes;
   std::vector<Level> m_levels;
   bool m_unclosed = false;
 };

@@ -63,7 +63,7 @@ bool XML::Save(const void* target, bool formatting, int mode, XMLTransform* tran
   if (mode != kStream) m_header->SetEncoding(mode == kUtf8 ? "UTF-8" : "UTF-16");
 
   std::string text;
-  Export(text, formatting);
+  if (!Export(text, formatting)) return false;
   if (mode == kUtf16) text = ToUtf16(text);
   if (transform) text = Transformed(text, *transform, data);
 

@@ -9,12 +9,12 @@ bool XMLElement::UnloadElement(unsigned index, const char* path) {
   if (!child || !path || child->IsUnloaded()) return false;
   XML document;
   document.SetRootElement(child->Copy());
-  if (!document.Save(path)) return false;
+  if (!document.Save(path, false)) return false;
+  child->MakeRare().sideFile.Set(path);  // first of all: the path may be one of the texts
   child->RemoveAllElements();
   child->RemoveAllContents();
   child->RemoveAllComments();
   child->RemoveAllCDatas();
-  child->MakeRare().sideFile.Set(path);
   return true;
 }
 

@@ -1,4 +1,4 @@
-// How tags end and which closing tag belongs to which element. No state but the table's own.
+// How tags end. No state.
 #ifndef QUARVEL_COMMON_XML_XMLTAGS_H
 #define QUARVEL_COMMON_XML_XMLTAGS_H
 
@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <cstring>
 #include <string_view>
-#include <vector>
 
 namespace xmltags {
 
@@ -57,36 +56,6 @@ Step Scan(const char* tag, const char* end);
 
 // Whether an element's tag, which ends at `close`, reads the same by both rules.
 bool IsPlainTag(const char* tag, const char* close);
-
-// The closing tags of one text, found for all elements in one pass. Asked for one element after the other, in the order
-// of the text.
-class CloseTable {
- public:
-  CloseTable(const char* begin, const char* end)
-      : m_begin(begin), m_end(end), m_budget(uint64_t{64} * (kSmall + size())) {}
-
-  // The "<" of the closing tag of the element at `tag`, null when none ends up to `end`.
-  const char* Find(const char* tag, const char* end);
-
- private:
-  static constexpr size_t kSmall = 4096;
-  static constexpr uint32_t kNone = UINT32_MAX;
-  struct Entry {
-    uint32_t tag;
-    uint32_t close;  // while it waits for its closing tag, the entry that waits behind it
-  };
-
-  size_t size() const { return static_cast<size_t>(m_end - m_begin); }
-  void Fill(const char* from);
-
-  const char* m_begin;
-  const char* m_end;
-  std::vector<Entry> m_entries;
-  size_t m_next = 0;
-  // Bytes that may still be passed over. Only an element inside what looks like character data from outside asks for
-  // another pass; a text made of these is not worth more.
-  uint64_t m_budget;
-};
 
 }  // namespace xmltags
 

@@ -9,8 +9,12 @@ namespace {
 
 constexpr std::string_view kLineEnd = "\r\n";
 constexpr size_t kFlushAt = 1 << 16;
-// Indentation stops growing here; below, the output would be nothing else.
-constexpr size_t kDeepestIndent = 1000;
+constexpr uint64_t kBeyondCounting = uint64_t{1} << 62;
+
+// Whether text of that size can follow what is in `out`, and be part of a document.
+bool Fits(const std::string& out, uint64_t size) {
+  return size <= XML::kLongest && size <= out.max_size() - out.size();
+}
 
 }  // namespace
 
@@ -20,24 +24,53 @@ void XmlWriter::Write(const XMLElement& top, unsigned deep, bool formatting) {
   m_deep = deep;
   m_formatting = formatting;
   Open(top);
-  while (!m_levels.empty()) Step();
+  while (!m_levels.empty() && !m_failed) Step();
+}
+
+uint64_t XmlWriter::SizeOf(const XMLElement& top, unsigned deep, bool formatting) {
+  XmlWriter counter;
+  counter.Write(top, deep, formatting);
+  return counter.m_size;
 }
 
 void XmlWriter::Line(std::string_view before, std::string_view text, std::string_view after) {
-  m_out.append(before).append(text).append(after).append(kLineEnd);
-  if (m_stream && m_out.size() > kFlushAt) Flush();
+  for (const std::string_view part : {before, text, after, kLineEnd}) Put(part);
+}
+
+void XmlWriter::Put(std::string_view text) {
+  if (!m_out) return Count(text.size());
+  m_out->append(text);
+  FlushIfMuch();
+}
+
+void XmlWriter::PutRepeated(char c, uint64_t times) {
+  if (!m_out) return Count(times);
+  while (times > 0) {
+    const size_t part = static_cast<size_t>(std::min<uint64_t>(times, kFlushAt));
+    m_out->append(part, c);
+    times -= part;
+    FlushIfMuch();
+  }
+}
+
+void XmlWriter::Count(uint64_t bytes) {
+  m_size = std::min(m_size + std::min(bytes, kBeyondCounting), kBeyondCounting);
+}
+
+void XmlWriter::FlushIfMuch() {
+  if (m_stream && m_out->size() > kFlushAt) Flush();
 }
 
 bool XmlWriter::Flush() {
-  if (m_stream && std::fwrite(m_out.data(), 1, m_out.size(), m_stream) != m_out.size()) m_failed = true;
-  if (m_stream) m_out.clear();
+  if (m_stream && std::fwrite(m_out->data(), 1, m_out->size(), m_stream) != m_out->size()) m_failed = true;
+  if (m_stream) m_out->clear();
   return !m_failed;
 }
 
-void XmlWriter::Indent(const XMLElement& element, size_t levels) {
+void XmlWriter::Indent(const XMLElement& element, uint64_t levels) {
   if (!m_formatting) return;
   const auto [spaces, count] = element.GetExportFormatting();
-  m_out.append(std::min(levels, kDeepestIndent) * count, spaces ? ' ' : '\t');
+  PutRepeated(spaces ? ' ' : '\t', std::min(levels, kBeyondCounting / std::max(count, 1U)) * count);
 }
 
 std::vector<XmlWriter::Text> XmlWriter::TextsOf(const XMLElement& element) {
@@ -57,10 +90,15 @@ std::vector<XmlWriter::Text> XmlWriter::TextsOf(const XMLElement& element) {
 // Writes the start tag; an element with something in it becomes the innermost level.
 void XmlWriter::Open(const XMLElement& element) {
   Indent(element, m_deep + m_levels.size());
-  m_out.append("<").append(element.name());
+  Put("<");
+  Put(element.name());
   for (unsigned i = 0; i < element.GetVariableNum(); ++i) {
     const XMLVariable* variable = element.GetVariables()[i];
-    if (variable) m_out.append(" ").append(variable->name()).append("=\"").append(variable->value()).append("\"");
+    if (!variable) continue;
+    for (const std::string_view part : {std::string_view(" "), variable->name(), std::string_view("=\""),
+                                        variable->value(), std::string_view("\"")}) {
+      Put(part);
+    }
   }
   std::vector<Text> texts = TextsOf(element);
   if (texts.empty() && element.GetChildrenNum() == 0) {
@@ -105,11 +143,16 @@ std::pair<bool, unsigned> XMLElement::GetExportFormatting() const {
   return m_rare ? std::pair(m_rare->spaces, m_rare->indentCount) : std::pair(false, 1U);
 }
 
-void XMLElement::Export(std::string& out, unsigned deep, bool formatting) const {
+bool XMLElement::Export(std::string& out, unsigned deep, bool formatting) const {
+  const uint64_t size = XmlWriter::SizeOf(*this, deep, formatting);
+  if (!Fits(out, size)) return false;
+  out.reserve(out.size() + static_cast<size_t>(size));
   XmlWriter(out).Write(*this, deep, formatting);
+  return true;
 }
 
 bool XMLElement::Export(FILE* stream, unsigned deep, bool formatting) const {
+  if (XmlWriter::SizeOf(*this, deep, formatting) > XML::kLongest) return false;
   std::string gathered;
   XmlWriter writer(gathered, stream);
   writer.Write(*this, deep, formatting);
@@ -139,13 +182,17 @@ bool XMLHeader::Export(FILE* stream, int part) const {
   return XmlWriter(out, stream).Flush();
 }
 
-void XML::Export(std::string& out, bool formatting) const {
+bool XML::Export(std::string& out, bool formatting) const {
+  const size_t before = out.size();
   m_header->Export(out, 0);
-  if (m_root) m_root->Export(out, 0, formatting);
-  m_header->Export(out, 1);
+  const bool whole = !m_root || m_root->Export(out, 0, formatting);
+  if (whole) m_header->Export(out, 1);
+  if (!whole) out.resize(before);
+  return whole;
 }
 
 bool XML::Export(FILE* stream, bool formatting) const {
+  if (m_root && XmlWriter::SizeOf(*m_root, 0, formatting) > kLongest) return false;
   const bool start = m_header->Export(stream, 0);
   const bool tree = !m_root || m_root->Export(stream, 0, formatting);
   return m_header->Export(stream, 1) && tree && start;

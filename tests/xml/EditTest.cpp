@@ -27,8 +27,10 @@ TEST(XmlEdit, ChangesChildren) {
   EXPECT_FALSE(root->RemoveElement(3));
   EXPECT_EQ(Dump(root), "r[b[],c[],a[],t0:t,t2:u,]");
   EXPECT_EQ(root->AddElement("x&y")->GetElementName(), "x&y");
-  EXPECT_EQ(root->AddElement(new XMLElement(root, "raw name", 1)), 5U);
-  EXPECT_EQ(root->GetChildren()[4]->GetElementName(), "raw name");
+  EXPECT_EQ(root->AddElement(new XMLElement(root, "a name=\"a<b&c\"", 1)), 5U);
+  EXPECT_EQ(root->GetChildren()[4]->GetElementName(), "a name=\"a<b&c\"");
+  EXPECT_EQ(root->GetChildren()[4]->GetElementName(true), "a name=&quot;a&lt;b&amp;c&quot;");
+  EXPECT_EQ(root->GetChildren()[4]->GetType(), 1);
   EXPECT_TRUE(root->IntegrityTest());
   root->RemoveAllElements();
   EXPECT_EQ(Dump(root), "r[t0:t,t0:u,]");
@@ -51,6 +53,47 @@ TEST(XmlEdit, AnElementHasOnePlace) {
   EXPECT_TRUE(root->IntegrityTest());
   EXPECT_EQ(Dump(other.SetRootElement(a)), "a[]");
   EXPECT_EQ(Dump(root), "r[c[b[],],]");
+}
+
+TEST(XmlEdit, TakesTextsOfItsOwn) {
+  XML document = Parsed("<r><long-enough-for-the-heap/></r>");
+  XMLElement* root = document.GetRootElement();
+  XMLElement* made = root->AddElement("made-and-long-enough");
+  made->Reparse(made->name());
+  EXPECT_EQ(Dump(made), "made-and-long-enough[]");
+  made->AddVariable("key", "a-value/that is long enough", true);
+  made->Reparse(made->GetVariables()[0]->value());
+  EXPECT_EQ(Dump(made), "a-value[]");
+  root->Reparse(root->GetChildren()[0]->name());
+  EXPECT_EQ(Dump(root), "long-enough-for-the-heap[]");
+
+  document = Parsed("<r/>");
+  document.GetRootElement()->AddVariable("text", "<?x?><a>a text that the document owns</a>", true);
+  document.LoadText(document.GetRootElement()->GetVariables()[0]->value().data());
+  EXPECT_EQ(Dump(document.GetRootElement()), "a[t0:a text that the document owns,]");
+
+  const TempFolder folder;
+  const std::string path = folder.Write("a-file-with-a-long-name.xml", kHead + "<b/>");
+  document.GetRootElement()->AddVariable("file", path, true);
+  document.Load(document.GetRootElement()->GetVariables()[0]->value().data(), 0);
+  EXPECT_EQ(Dump(document.GetRootElement()), "b[]");
+  EXPECT_TRUE(document.Save());
+}
+
+TEST(XmlEdit, ACommentAndAHeaderHaveOneOwner) {
+  XML document = Parsed("<!--0--><r><!--c--></r>");
+  XML other = Parsed("<s/>");
+  XMLHeader* header = document.GetHeader();
+  EXPECT_EQ(header->AddComment(document.GetRootElement()->GetComments()[0]), 1U) << "a tree's";
+  EXPECT_EQ(header->AddComment(header->GetComments()[0]), 1U) << "its own";
+  EXPECT_EQ(other.GetHeader()->AddComment(header->GetComments()[0]), 0U) << "another header's";
+  EXPECT_EQ(document.GetRootElement()->AddComment(header->GetComments()[0]), 1U) << "a header's into a tree";
+  EXPECT_EQ(document.SetHeader(header), header);
+  EXPECT_NE(other.SetHeader(header), header) << "another document's";
+  EXPECT_EQ(other.SetHeader(nullptr), other.GetHeader());
+  auto* made = new XMLHeader("<?made?>");
+  EXPECT_EQ(other.SetHeader(made), made);
+  EXPECT_EQ(document.SetHeader(made), header);
 }
 
 // The address sanitizer sees whether anything is used after its document, freed twice or forgotten.
@@ -280,7 +323,8 @@ TEST(XmlHousekeeping, UnloadsAndReloadsElements) {
   EXPECT_TRUE(document.Compare(before));
   EXPECT_TRUE(document.IntegrityTest());
   EXPECT_FALSE(root->ReloadElement(1));
-  EXPECT_TRUE(root->UnloadElement(1, side.c_str()));
+  root->GetChildren()[1]->AddContent(side, 0);
+  EXPECT_TRUE(root->UnloadElement(1, root->GetChildren()[1]->GetContents()[1]->text().data()));
   EXPECT_TRUE(root->DeleteUnloadedElementFile(1));
   EXPECT_FALSE(std::filesystem::exists(side));
   EXPECT_FALSE(root->ReloadElement(1));

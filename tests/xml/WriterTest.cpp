@@ -106,18 +106,51 @@ TEST(XmlWriter, WritesToAStreamWhatItWritesToAText) {
   fclose(stream);
 }
 
-// The indentation of ever deeper elements would be all that is written.
-TEST(XmlWriter, WritesDeepTrees) {
-  constexpr size_t kDeep = 20000;
+std::string Chain(size_t length) {
   std::string text = kHead;
-  for (size_t i = 0; i < kDeep; ++i) text += "<a>";
-  for (size_t i = 0; i < kDeep; ++i) text += "</a>";
-  const XML document(text.c_str(), 1);
+  for (size_t i = 0; i < length; ++i) text += "<a>";
+  for (size_t i = 0; i < length; ++i) text += "</a>";
+  return text;
+}
+
+TEST(XmlWriter, IndentsOncePerLevelAtAnyDepth) {
+  constexpr size_t kDeep = 3000;
+  const XML document(Chain(kDeep).c_str(), 1);
+  std::string expected = kHead + "\r\n";
+  for (size_t i = 0; i < kDeep - 1; ++i) expected += std::string(i, '\t') + "<a>\r\n";
+  expected += std::string(kDeep - 1, '\t') + "<a/>\r\n";
+  for (size_t i = kDeep - 1; i-- > 0;) expected += std::string(i, '\t') + "</a>\r\n";
   std::string written;
-  document.Export(written);
-  EXPECT_LT(written.size(), 2500 * kDeep);
-  EXPECT_NE(written.find("\n" + std::string(999, '\t') + "<a>"), std::string::npos);
-  EXPECT_TRUE(XML(written.c_str(), 1).Compare(document));
+  EXPECT_TRUE(document.Export(written));
+  EXPECT_TRUE(written == expected) << "of " << written.size() << " bytes";
+  const TempFolder folder;
+  FILE* stream = fopen((folder / "a.xml").c_str(), "wb");
+  ASSERT_NE(stream, nullptr);
+  EXPECT_TRUE(document.Export(stream));
+  fclose(stream);
+  EXPECT_TRUE(ReadWholeFile(folder / "a.xml") == expected);
+}
+
+// Half a million levels take 250 GB of tabs: that is told at once, and nothing that is there is lost.
+TEST(XmlWriter, DoesNotBeginWhatNoDocumentCanHold) {
+  const TempFolder folder;
+  const std::string path = folder.Write("a.xml", Chain(500'000));
+  XML document(path.c_str(), 0);
+  std::string written = "before";
+  EXPECT_FALSE(document.Export(written));
+  EXPECT_FALSE(document.Save());
+  EXPECT_FALSE(document.Export(stdout));
+  EXPECT_FALSE(document.GetRootElement()->Export(stdout));
+  EXPECT_EQ(written, "before");
+  EXPECT_EQ(ReadWholeFile(path), Chain(500'000));
+  EXPECT_TRUE(document.Save(nullptr, false));
+  EXPECT_TRUE(XML(path.c_str(), 0).Compare(document));
+
+  XML wide((kHead + "<a><b/></a>").c_str(), 1);
+  wide.SetExportFormatting(true, UINT32_MAX);
+  EXPECT_FALSE(wide.Export(written));
+  EXPECT_FALSE(wide.GetRootElement()->Export(written, UINT32_MAX));
+  EXPECT_EQ(written, "before");
 }
 
 TEST(XmlSave, KnowsItsModes) {
