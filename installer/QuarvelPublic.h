@@ -11,7 +11,11 @@
    4. The progress callback is called on the installing thread and, during a transfer, on whatever thread the pen
       library transfers on; never on both at once for one pen.
    5. A pen handle names a pen on the bus and changes when the pen re-attaches; a pen id names the pen for life.
-   6. Nothing is thrown to the caller. */
+   6. Nothing is thrown to the caller. When memory runs out, a function returns one of its codes and the log says
+      "Out of memory".
+   7. A callback returns to the library. One that throws aborts its run. A host's thread that ends itself inside the
+      callback (pthread_exit, pthread_cancel) takes the call with it: the run ends where it stands, the pen is released,
+      nothing is returned. A thread of the pen library must not be ended in there: the transfer would never return. */
 #ifndef QUARVEL_PUBLIC_H
 #define QUARVEL_PUBLIC_H
 
@@ -36,13 +40,13 @@ extern "C" {
   X(insAborted, -2, "the run was aborted", "Start the install again; it goes on with what the pen still lacks.") \
   X(insFileNotFound, -4, "a file was not found or could not be opened", "Check the path and the file's permissions; the log names the file.") \
   X(insNoResource, -5, "the bundle has nothing for this pen or group", "Check that the bundle is meant for this pen type and that the group's name is right.") \
-  X(insPenFailure, -6, "a call to the pen failed", "Check that the pen is connected, switched on and not used by another program, then try again.") \
+  X(insPenFailure, -6, "a call to the pen failed", "Check that the pen is connected, switched on and not used by another program, then try again. A pen left in download mode is unplugged and plugged in first.") \
   X(insNotRunning, -7, "no run is in progress for this pen", "Nothing is to be aborted; check the pen id.") \
   X(insBadManifest, -100, "a manifest of the bundle is missing or lacks a required element", "Get the bundle again; if it still fails, its author must rebuild it.") \
   X(insExtractFailed, -101, "the bundle could not be unpacked", "Check that the file is a whole bundle and that the temporary folder has room and belongs to you; the log names the reason.") \
   X(insUnknownPackage, -102, "a package is of a kind that is not recognised", "Use a newer version of this library, or let the callback skip the package.") \
   X(insNoBundle, -103, "no bundle is loaded under this handle", "Load the bundle first; a released handle is never valid again.") \
-  X(insFirmwareFailed, -200, "installing the firmware failed", "Leave the pen connected and start the install again; a pen left in download mode is picked up where it stands.") \
+  X(insFirmwareFailed, -200, "installing the firmware failed", "Unplug the pen, switch it off and on, plug it in and start the install again; the log has the pen library's own reason.") \
   X(insAppFailed, -201, "installing an application failed", "Check that the pen stays connected and has room, then try again.") \
   X(insVerifyPenFailed, -202, "after the install the pen's contents are not as expected", "Start the install again with force; the log names the difference.") \
   X(insPackageUnsigned, -300, "a package failed its signature check", "Do not use this bundle; get it again from its author.") \
@@ -120,19 +124,21 @@ QUARVEL_API InsResCode insGetVersion(int* parts, char* text, int textSize);
 
 /* Switches the log on (`enable` non-zero) or off. `logFile` is the log's path, relative to the working folder, or null
    for "Quarvel.log" there; the file is opened when the first line is written and is trimmed, once it is idle, when it
-   has grown beyond `maxLogSize` bytes (its low 32 bits count; 0 for 1 MiB). May be called again at any time.
-   Always returns 0. */
+   has grown beyond `maxLogSize` bytes (its low 32 bits count; 0 for 1 MiB): its newest lines stay, 256,000 bytes less
+   than that, so that a limit below 256,000 empties it. May be called again at any time. Always returns 0. */
 QUARVEL_API InsResCode insSetupLog(char enable, const char* logFile, uint64_t maxLogSize);
 
 /* Unpacks the bundle at `bundleFile` and reads its manifests. On success writes its handle, a positive number that is
    never given out again, to `*bundleHandle` (which may be null); on failure leaves it as it was. The caller releases
-   the handle. Returns 0, -4, -100, -101 or -306. */
+   the handle; until then the bundle holds its folder below /tmp open, and files that it relies on are not replaced by
+   the load of another bundle, which ends with -101. Returns 0, -4, -100, -101 or -306. */
 QUARVEL_API InsResCode insLoadBundle(const char* bundleFile, int* bundleHandle);
 
 /* Releases a loaded bundle. Runs that use it finish undisturbed. Returns 0, or -103 for an unknown handle. */
 QUARVEL_API InsResCode insReleaseBundle(int bundleHandle);
 
-/* Checks every file of a loaded bundle against the certificates in `cfg`. Returns 0, -4, -103 or -301 to -307. */
+/* Checks every file of a loaded bundle against the certificates in `cfg`, which are also those that later installs by
+   this handle check packages with. Returns 0, -4, -103, -301 to -305 or -307. */
 QUARVEL_API InsResCode insVerifyBundle(int bundleHandle, const PenUpdateCfg* cfg);
 
 /* The same for a bundle file that is loaded and dropped within the call. Returns also what insLoadBundle does. */
@@ -140,9 +146,12 @@ QUARVEL_API InsResCode insVerifyBundleFile(const char* bundleFile, const PenUpda
 
 /* Installs on one pen what a loaded bundle has for it. `*penHandle` names the pen and afterwards holds its current
    handle; null or 0 stands for no pen: then the packages that stay on the desktop are reported to the callback and
-   nothing is installed. The bundle as a whole is not verified again (see insVerifyBundle); each package is, before
-   its transfer. Without a callback the first failing package ends the run.
-   Returns 0, 1, -2, -5, -6, -102, -103, -200, -201, -202, -300, -301, -303 to -307 or -1000. */
+   nothing is installed. The bundle as a whole is not verified again (see insVerifyBundle); its manifest is, and each
+   package before its transfer, with the certificates of the last verification of this handle: `cfg->certificates` is
+   not read, and a run keeps the certificates that it began with. Without a callback the first failing package ends the
+   run. -4 says that the folder that the bundle was unpacked into is gone: load the file again. -6 may say that the pen
+   was left in download mode and cannot tell its id (pens of type 1): unplug it and plug it in again.
+   Returns 0, 1, -2, -4, -5, -6, -102, -103, -200, -201, -202, -300, -301, -303 to -305, -307 or -1000. */
 QUARVEL_API InsResCode insStartInstall(int32_t* penHandle, int bundleHandle, const PenUpdateCfg* cfg,
                                        PenUpdateProgressCallback callback, void* userData);
 
@@ -152,16 +161,19 @@ QUARVEL_API InsResCode insStartInstallFile(int32_t* penHandle, const char* bundl
                                            PenUpdateProgressCallback callback, void* userData);
 
 /* Removes every application of the group `groupName` (letter case counts) from one pen, reporting each one, with the
-   code -6 where it could not be removed. Returns 0 (also when some could not be removed or the group is not there),
-   -2 or -6. */
+   code -6 where it could not be removed. An empty name stands for the applications that have no group; a null one
+   removes nothing. Returns 0 (also when some could not be removed or the group is not there), -2 or -6. */
 QUARVEL_API InsResCode insRemoveGroup(int32_t penHandle, const char* groupName, PenUpdateProgressCallback callback,
                                       void* userData);
 
-/* Asks the run on the pen with this id (not handle) to stop; the run then ends with -2. May be called from any thread
-   and from inside the callback. Returns 0, or -7 when no run is in progress for that pen. */
+/* Asks the run on the pen with this id (not handle) to stop. May be called from any thread and from inside the callback.
+   The run then ends with -2, with two exceptions. A request that comes before the run has read the pen's type and state
+   is forgotten; until then insAbort mostly does not know the pen (-7), and insStartInstallFile loads and verifies its
+   bundle first, which cannot be aborted. And one that comes after the last package's report no longer changes the
+   result. Returns 0, or -7 when no run is in progress for that pen. */
 QUARVEL_API InsResCode insAbort(uint64_t penId);
 
-/* Asks every run to stop. Always returns 0. */
+/* Asks every run to stop, as insAbort does. Always returns 0. */
 QUARVEL_API InsResCode insAbortAll(void);
 
 /* The record's layout is part of the interface. On 32-bit x86 it is 96 bytes without a gap; elsewhere pointers are
