@@ -72,7 +72,7 @@ class CBundle {
   InsResCode Verify(const char* const* pemTexts, int32_t count);
 
   // Holds the folder still for the transfer of a package's file and makes sure that `localPath` leads to it and, where
-  // `certificates` is given, that it still passes its check. Returns 0, -4 or -300.
+  // `certificates` is given, that it still passes its check. Returns 0 or -300.
   InsResCode HoldForTransfer(BundlePackage& package, const CCertificates* certificates, CSharedFolder::Hold& hold);
 
   const std::string& bundleFile() const { return m_bundleFile; }

@@ -33,7 +33,7 @@ InsResCode CPenUpdater::NotifyNonPenPackages(CBundle* bundle, const PenUpdateCfg
   g_Logger.LogEvent(kTag, "Perform notify non pen packages.");
   m_group = cfg->group ? cfg->group : "";
   m_abort = false;
-  const InsResCode checked = bundle->VerifyUpdateXML();
+  const InsResCode checked = bundle->VerifyUpdateXML(*m_certificates);
   if (checked != insSuccess) {
     g_Logger.LogEvent(kTag, "Verify UpdateXML failed.");
     return checked;

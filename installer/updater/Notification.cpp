@@ -32,6 +32,7 @@ PenUpdateProgressCallbackInfo DescribeRun(const UpdaterPen& pen, const UpdateRun
 
 void BeginRun(UpdateRun& run, CBundle* bundle, PenUpdateProgressCallback callback, void* userData) {
   run.m_bundle = bundle;
+  if (bundle) run.m_certificates = bundle->GetVerifyingInfos();
   run.m_callback = callback;
   run.m_userData = userData;
   run.m_processingItems.clear();
@@ -39,6 +40,7 @@ void BeginRun(UpdateRun& run, CBundle* bundle, PenUpdateProgressCallback callbac
 
 void TakeInHand(UpdateRun& run, BundlePackage& package) {
   run.m_curPackage = &package;
+  run.m_isVerified = false;
   run.m_curPakName = CFileUtil::GetFileName(package.localPath.c_str());
   run.m_curGroupName = package.group->name;
   run.m_curProperties.clear();

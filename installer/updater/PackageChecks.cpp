@@ -18,7 +18,8 @@ InsResCode ReadContents(CPenUpdater& updater, int32_t channel, const char* tag) 
 }
 
 InsResCode CheckSignature(CPenUpdater& updater, const char* tag) {
-  if (updater.m_bundle->Verify(*updater.m_curPackage) == insSuccess) return insSuccess;
+  updater.m_isVerified = updater.m_bundle->Verify(*updater.m_curPackage, *updater.m_certificates) == insSuccess;
+  if (updater.m_isVerified) return insSuccess;
   const InsResCode result = AskToSkip(updater, insPackageUnsigned);
   if (result == insSuccess) g_Logger.LogEvent(tag, "Skip DRM checking error. Pak=%s", updater.m_curPakName.c_str());
   return result;

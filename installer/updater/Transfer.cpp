@@ -51,11 +51,21 @@ int32_t DownloadFirmware(int32_t penHandle, const BundlePackage& package, const 
   return pcDfuDownload(penHandle, package.localPath.c_str(), CPenUpdater::OnProgressCallback, gate.context(), 0);
 }
 
+// Holds the package's file for one pen call, as it was when it was checked: where it passed its check it passes it once
+// more, whatever happened to the folder while the run waited for the pen.
+InsResCode HoldFile(const UpdateRun& run, BundlePackage& package, CSharedFolder::Hold& hold) {
+  return run.m_bundle->HoldForTransfer(package, run.m_isVerified ? run.m_certificates.get() : nullptr, hold);
+}
+
 }  // namespace
 
 InsResCode CPenUpdater::InstallApp(BundlePackage& package, int32_t channel) {
+  CSharedFolder::Hold hold;
+  const InsResCode held = HoldFile(*this, package, hold);
+  if (held != insSuccess) return held;
   m_startTime = Now();
   const int32_t pcRet = SendApplication(m_penHandle, channel, package, m_gate);
+  hold = {};
   if (pcRet == 0) return WriteAttributes(m_penHandle, channel, package);
   g_Logger.LogEvent("InstallApp", "Install app failed, app=%s, penHandle=%d, pcRet=%d",
                     CFileUtil::GetFileName(package.localPath.c_str()), m_penHandle, pcRet);
@@ -68,8 +78,12 @@ InsResCode CPenUpdater::InstallFW(BundlePackage& package) {
   const InsResCode attached = WaitPenAttach();
   if (attached != insSuccess) return attached;
   if (m_abort) return insAborted;
+  CSharedFolder::Hold hold;
+  const InsResCode held = HoldFile(*this, package, hold);
+  if (held != insSuccess) return held;
   m_startTime = Now();
   const int32_t pcRet = DownloadFirmware(m_penHandle, package, m_gate);
+  hold = {};
   if (m_abort) return insAborted;
   if (pcRet == 0) return WaitPen();
   g_Logger.LogEvent("InstallFW", "Install firmware failed, penHandle=%d, pcRet=%d", m_penHandle, pcRet);

@@ -46,7 +46,7 @@ InsResCode ReadPen(UpdaterPen& pen, UpdateRun& run, int32_t handle) {
 }
 
 InsResCode SelectPackages(const UpdaterPen& pen, UpdateRun& run) {
-  const InsResCode result = run.m_bundle->VerifyUpdateXML();
+  const InsResCode result = run.m_bundle->VerifyUpdateXML(*run.m_certificates);
   if (result != insSuccess) {
     g_Logger.LogEvent(kTag, "Verify UpdateXML failed.");
     return result;

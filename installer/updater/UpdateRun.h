@@ -42,9 +42,11 @@ struct UpdateRun {
   std::string m_curPakName;  // file name
   std::string m_curGroupName;
   BundlePackage* m_curPackage = nullptr;
+  bool m_isVerified = false;                       // it passed its signature check
   std::vector<PenUpdateProperty> m_curProperties;  // as the host sees them
   int32_t m_startTime = 0;                         // of the current transfer, in seconds since the epoch
   CBundle* m_bundle = nullptr;
+  CBundle::Certificates m_certificates;   // those in force when the run began, whatever is verified meanwhile
   std::atomic<bool> m_abort = false;      // any thread sets it; read between steps and by the progress function
   std::atomic<bool> m_hostThrew = false;  // the callback let an exception escape: the run ends as aborted
   void* m_userData = nullptr;

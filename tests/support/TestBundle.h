@@ -76,6 +76,9 @@ class TestBundle {
   std::string m_path;
 };
 
+// Makes the two files map to one extraction folder: the smaller gets a comment at its end, and both have one time.
+bool MakeTwins(const TestBundle& one, const TestBundle& other);
+
 // The manifest's text that a bundle of these options carries.
 std::string TestUpdateXml(const TestBundleOptions& options);
 
