@@ -29,7 +29,6 @@ constexpr unsigned long kMessageLimit = 1024;   // bytes
 // Only a thread that the host ends inside its own callback unwinds through, as it must; destructors put things right.
 template <typename Work>
 InsResCode Guarded(const char* tag, InsResCode onFailure, const Work& work) {
-  const CancelShield shield;
   try {
     return work();
   } catch (const std::bad_alloc&) {
@@ -47,6 +46,7 @@ InsResCode Guarded(const char* tag, InsResCode onFailure, const Work& work) {
 // The same, and then the call's line in the log, which `log` writes.
 template <typename Work, typename Log>
 InsResCode Served(const char* tag, InsResCode onFailure, const Work& work, const Log& log) {
+  const CancelShield shield;
   const InsResCode result = Guarded(tag, onFailure, work);
   log(result);
   return result;
@@ -81,6 +81,7 @@ class Target {
 template <typename Work>
 InsResCode RunOnPen(const char* tag, const int32_t* penHandle, const Target& target, const PenUpdateCfg* cfg,
                     const Work& work) {
+  const CancelShield shield;
   const int32_t handleBefore = *penHandle;
   g_Logger.LogEvent(tag, "+penHandle=%d, %s", handleBefore, target.text());
   const auto refuse = [&](int32_t pcRet, const char* reason) {
@@ -136,6 +137,7 @@ InsResCode insGetVersion(int* parts, char* text, int textSize) {
 
 InsResCode insSetupLog(char enable, const char* logFile, uint64_t maxLogSize) {
   constexpr const char* kTag = "insSetupLog";
+  const CancelShield shield;
   const auto set = [&](int flags, const char* file, unsigned long size) {
     return Guarded(kTag, insSuccess, [&] {
       g_Logger.Init(flags, file, nullptr, size, kShrinkSize, kFlushInterval, kMessageLimit);

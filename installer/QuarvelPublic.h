@@ -14,8 +14,9 @@
    6. Nothing is thrown to the caller. When memory runs out, a function returns one of its codes and the log says
       "Out of memory".
    7. A callback returns to the library. One that throws aborts its run. A host's thread that ends itself inside the
-      callback (pthread_exit, pthread_cancel) takes the call with it: the run ends where it stands, the pen is released,
-      nothing is returned. A thread of the pen library must not be ended in there: the transfer would never return. */
+      callback (pthread_exit) takes the call with it: the run ends where it stands, the pen is released, nothing is
+      returned. A request to cancel a thread (pthread_cancel) acts after its call. A thread of the pen library must not
+      be ended in a callback: the transfer would never return. */
 #ifndef QUARVEL_PUBLIC_H
 #define QUARVEL_PUBLIC_H
 

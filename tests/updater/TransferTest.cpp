@@ -3,6 +3,7 @@
 
 #include "installer/updater/PenUpdater.h"
 #include "tests/support/FakeClock.h"
+#include "tests/support/TestBundle.h"
 #include "tests/support/TestLog.h"
 #include "tests/updater/ScriptedPen.h"
 
@@ -27,13 +28,18 @@ class Transfers : public testing::Test {
     package.attribs[0] = {6, "Writer"};
     package.group = &group;
     package.guid = "writer";
-    package.localPath = "/tmp/bundle/Notes/writer.pen";
+    EXPECT_EQ(bundle.Load(file.path().c_str()), insSuccess);
+    updater.m_bundle = &bundle;
+    package.bundlePath = bundle.groups().at(0).packages.at(0).bundlePath;
+    package.localPath = bundle.groups().at(0).packages.at(0).localPath;
     package.drmInfo = &signature;
   }
 
   ScriptedPen pen;
   FakeClock clock;
   TestLog log;
+  TestBundle file{{.groups = {{.name = "Notes", .packages = {PenAppPackage("writer", "Writer", "3.1.0")}}}}};
+  CBundle bundle;
   CPenUpdater updater;
   std::vector<uint64_t> told;  // bytes done * 1000 + bytes in all
   BundleFileDRMInfo signature{.signature = "c2ln", .subjectText = "CN=Signer", .subject = nullptr};
