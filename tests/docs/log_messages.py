@@ -47,7 +47,7 @@ def main():
     root = pathlib.Path(sys.argv[1])
     found = set()
     for folder in ("Common", "installer"):
-        for file in sorted((root / folder).rglob("*.cpp")):
+        for file in sorted(file for kind in ("*.cpp", "*.h") for file in (root / folder).rglob(kind)):
             found |= logged(file.read_text())
     told = documented((root / "docs/log.md").read_text())
     for message in sorted(found - told):
