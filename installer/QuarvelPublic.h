@@ -167,11 +167,11 @@ QUARVEL_API InsResCode insStartInstallFile(int32_t* penHandle, const char* bundl
 QUARVEL_API InsResCode insRemoveGroup(int32_t penHandle, const char* groupName, PenUpdateProgressCallback callback,
                                       void* userData);
 
-/* Asks the run on the pen with this id (not handle) to stop. May be called from any thread and from inside the callback.
-   The run then ends with -2, with two exceptions. A request that comes before the run has read the pen's type and state
-   is forgotten; until then insAbort mostly does not know the pen (-7), and insStartInstallFile loads and verifies its
-   bundle first, which cannot be aborted. And one that comes after the last package's report no longer changes the
-   result. Returns 0, or -7 when no run is in progress for that pen. */
+/* Asks the run on the pen with this id (not handle) to stop. May be called from any thread and from inside the
+   callback. The run then ends with -2, with two exceptions. A request that comes before the run has read the pen's type
+   and state is forgotten; until then insAbort mostly does not know the pen (-7), and insStartInstallFile loads and
+   verifies its bundle first, which cannot be aborted. And one that comes after the last package's report no longer
+   changes the result. Returns 0, or -7 when no run is in progress for that pen. */
 QUARVEL_API InsResCode insAbort(uint64_t penId);
 
 /* Asks every run to stop, as insAbort does. Always returns 0. */
