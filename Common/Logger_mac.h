@@ -2,7 +2,8 @@
 // console. Any thread may call anything; a recursive lock of the logger's own serialises the file work. A logger is
 // silent until Init. Lines gather in memory and are written whole, every flush interval and whenever 64 KiB are
 // waiting; once the log has been idle for one interval, the file is trimmed to its bounds and closed, and the next line
-// opens it again. Nothing is ever thrown, errno stays as it was, and a line that cannot be written is dropped.
+// opens it again. No call waits for another process: lines that come while one trims the file wait in memory, 1 MiB of
+// them at most. Nothing is ever thrown, errno stays as it was, and a line that cannot be written is dropped.
 #ifndef QUARVEL_COMMON_LOGGER_MAC_H
 #define QUARVEL_COMMON_LOGGER_MAC_H
 
@@ -44,8 +45,9 @@ class CLogger {
   // folder the file is in the working directory. `maxSize` and `shrinkSize` are bytes: beyond the first the file is
   // trimmed, to the first less the second. `flushInterval` is milliseconds. Messages have less than `messageLimit`
   // bytes. A file that is open stays in use until it has been idle.
-  void Init(int flags, const char* fileName, const char* folder, unsigned long maxSize, unsigned long shrinkSize,
-            unsigned long flushInterval, unsigned long messageLimit);
+  // False when memory does not suffice; then all stays as it was.
+  bool Init(int flags, const char* fileName, const char* folder, unsigned long maxSize, unsigned long shrinkSize,
+            unsigned long flushInterval, unsigned long messageLimit) noexcept;
 
   // One event line. `tag` is the name of the function that writes it; a null format writes no message.
   void LogEvent(const char* tag, const char* format, ...) __attribute__((format(printf, 3, 4)));
@@ -56,6 +58,7 @@ class CLogger {
 
   // Opens the file for appending; true only when this call opened it. A failure is told on standard output.
   bool Open();
+  // Gives lines that wait for another process a second, and drops them then.
   void Close();
   void Flush();
   // Trims a file that is longer than the maximum size to whole lines, its newest.

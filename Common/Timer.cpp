@@ -14,5 +14,5 @@ int32_t CTimer::Finish() {
 }
 
 int32_t CTimer::Count() const {
-  return static_cast<int32_t>(Clock::Current().Seconds()) - m_start;
+  return static_cast<int32_t>(static_cast<uint32_t>(Clock::Current().Seconds()) - static_cast<uint32_t>(m_start));
 }

@@ -1,4 +1,5 @@
-// A stopwatch in whole seconds. It keeps no shared state; one thread uses one timer.
+// A stopwatch in whole seconds. It keeps no shared state; one thread uses one timer. Start times are 32 bits wide and
+// begin anew in January 2038; what is counted from them is right all the same.
 #ifndef QUARVEL_COMMON_TIMER_H
 #define QUARVEL_COMMON_TIMER_H
 

@@ -86,7 +86,7 @@ void CLogger::RunTask() {
 
 // What memory does not suffice for is tried again after the next interval.
 void CLogger::WorkOfOneInterval(uint32_t& seenLines) noexcept try {
-  if (m_lineCounter != seenLines) {
+  if (m_lineCounter != seenLines || !m_pending.empty()) {
     Flush();
     seenLines = m_lineCounter;
   } else if (m_file.IsOpen()) {
@@ -132,11 +132,11 @@ void CLogger::AfterForkInChild() {
   g_registryLock.unlock();
 }
 
-// The task did not come along, and both processes hold the lock on a file that they share, so the child opens its own.
-// It writes line by line until it calls Init.
+// The task did not come along: the child writes line by line until it calls Init. What still waits is the parent's.
 void CLogger::ResetInChild() {
   m_hasTask = false;
   m_file.Close();
+  m_pending.clear();
   UnLockLog();
   MakeRecursiveLock(&m_lock);  // the thread that took it has another number here and cannot give it back
   MakeCondition(&m_wake);

@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <limits>
 #include <memory>
 #include <new>
+#include <thread>
 
 #include "Common/log/LogPath.h"
 
@@ -19,6 +21,11 @@ namespace {
 
 // What waits in memory at most, a line of any length apart.
 constexpr size_t kPendingSize = 65536;
+
+// What waits at most while the file cannot be had for a moment, and how often closing tries to have it.
+constexpr size_t kMostPending = 1 << 20;
+constexpr int kCloseTries = 1000;
+constexpr std::chrono::milliseconds kClosePause{1};
 
 // Messages up to this size are formatted on the stack.
 constexpr size_t kStackMessage = 2048;
@@ -87,22 +94,24 @@ CLogger::~CLogger() {
   pthread_mutex_destroy(&m_lock);
 }
 
-void CLogger::Init(int flags, const char* fileName, const char* folder, unsigned long maxSize, unsigned long shrinkSize,
-                   unsigned long flushInterval, unsigned long messageLimit) {
+bool CLogger::Init(int flags, const char* fileName, const char* folder, unsigned long maxSize, unsigned long shrinkSize,
+                   unsigned long flushInterval, unsigned long messageLimit) noexcept try {
   const Guard guard(*this);
+  if ((flags & kNoFile) == 0) m_path = ResolveLogPath(flags, fileName, folder);
+  // From here on nothing needs memory.
   m_flags = flags;
   m_maxSize = Limit(maxSize);
   m_shrinkSize = Limit(shrinkSize);
   m_flushInterval = Limit(flushInterval);
   m_messageLimit = Limit(messageLimit);
   m_initialised = true;
-  if (WritesFile()) {
-    m_path = ResolveLogPath(flags, fileName, folder);
-    if (!m_hasTask) StartTask();
-  }
+  if (WritesFile() && !m_hasTask) StartTask();
   const bool events = WritesFile() || EchoBits(false) != 0;
   const bool errors = WritesFile() || EchoBits(true) != 0;
   m_wanted = (events ? kEvent : 0) | (errors ? kError : 0);
+  return true;
+} catch (const std::bad_alloc&) {
+  return false;
 }
 
 void CLogger::LogEvent(const char* tag, const char* format, ...) {
@@ -200,6 +209,10 @@ bool CLogger::Open() {
 void CLogger::Close() {
   const Guard guard(*this);
   WritePending();
+  for (int i = 0; i < kCloseTries && !m_pending.empty(); ++i) {
+    std::this_thread::sleep_for(kClosePause);
+    WritePending();
+  }
   m_file.Close();
   std::string().swap(m_pending);
 }
@@ -210,8 +223,7 @@ void CLogger::Flush() {
 }
 
 void CLogger::WritePending() {
-  m_file.Append(m_pending);
-  m_pending.clear();
+  if (m_file.Append(m_pending) || m_pending.size() >= kMostPending) m_pending.clear();
 }
 
 void CLogger::ShrinkLog() {

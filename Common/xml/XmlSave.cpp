@@ -69,7 +69,7 @@ bool XML::Save(const void* target, bool formatting, int mode, XMLTransform* tran
 
   if (mode == kStream) {
     FILE* stream = static_cast<FILE*>(const_cast<void*>(target));
-    return std::fwrite(text.data(), 1, text.size(), stream) == text.size();
+    return std::fwrite(text.data(), 1, text.size(), stream) == text.size() && std::fflush(stream) == 0;
   }
   FILE* file = std::fopen(target ? static_cast<const char*>(target) : m_fileName.c_str(), "wb");
   if (!file) return false;

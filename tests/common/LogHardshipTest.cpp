@@ -23,6 +23,7 @@
 #include <vector>
 
 #include "Common/Logger_mac.h"
+#include "Common/UniqueFd.h"
 #include "tests/support/TempFolder.h"
 
 namespace fs = std::filesystem;
@@ -186,18 +187,69 @@ TEST(LogHardship, AProcessTrimsWhileOthersWrite) {
   EXPECT_GE(last, 1);
 }
 
-TEST(LogHardship, ALockThatSomebodyKeepsHoldsUpTrimmingAlone) {
+TEST(LogHardship, WhoMayOnlyReadHoldsUpNothing) {
   TempFolder folder;
   const std::string path = folder.Write("log", "");
-  const int holder = open(path.c_str(), O_RDONLY);
-  ASSERT_EQ(flock(holder, LOCK_EX), 0);
+  const UniqueFd reader(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  struct flock all = {};
+  all.l_type = F_RDLCK;
+  ASSERT_EQ(fcntl(reader.get(), F_OFD_SETLK, &all), 0);
+  ASSERT_EQ(flock(reader.get(), LOCK_EX), 0);
   const auto logger = MakeLogger(path, 1000);
   LogLines(*logger, 1, 5000);
   logger->ShrinkLog();
-  EXPECT_EQ(ReadLines(path)[1].size(), 5000u);
-  close(holder);
+  EXPECT_LE(fs::file_size(path), 1000u);
+  EXPECT_EQ(ReadLines(path)[1].back(), 4999);
+}
+
+TEST(LogHardship, WhoWritesHoldsUpTrimmingAlone) {
+  TempFolder folder;
+  const std::string path = folder.Write("log", "");
+  const auto logger = MakeLogger(path, 1000);
+  {
+    const UniqueFd writer(open(path.c_str(), O_WRONLY | O_CLOEXEC));
+    LogLines(*logger, 1, 100);
+    logger->ShrinkLog();
+    EXPECT_EQ(ReadLines(path)[1].size(), 100u);
+  }
+  {
+    const UniqueFd trimmer(open((path + ".tmp").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    ASSERT_EQ(flock(trimmer.get(), LOCK_EX), 0);
+    logger->ShrinkLog();
+    EXPECT_EQ(ReadLines(path)[1].size(), 100u) << "another process trims";
+    EXPECT_TRUE(fs::exists(path + ".tmp"));
+  }
   logger->ShrinkLog();
   EXPECT_LE(fs::file_size(path), 1000u);
+  EXPECT_FALSE(fs::exists(path + ".tmp"));
+}
+
+TEST(LogHardship, LinesWaitInMemoryWhileAnotherProcessTrims) {
+  TempFolder folder;
+  const std::string path = folder.Write("log", "");
+  signal(SIGIO, SIG_IGN);  // is sent to who holds a lease that somebody wants to break
+  UniqueFd trimmer(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (fcntl(trimmer.get(), F_SETLEASE, F_RDLCK) != 0) GTEST_SKIP() << "the file system has no leases";
+  auto logger = MakeLogger(path);
+  LogLines(*logger, 1, 3000);
+  logger->Flush();
+  EXPECT_EQ(fs::file_size(path), 0u);
+  trimmer = UniqueFd();
+  logger->Flush();
+  EXPECT_EQ(ReadLines(path)[1].size(), 3000u);
+
+  trimmer = UniqueFd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  ASSERT_EQ(fcntl(trimmer.get(), F_SETLEASE, F_RDLCK), 0);
+  LogLines(*logger, 2, 50'000);  // more than is kept
+  std::thread end([&trimmer] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    trimmer = UniqueFd();
+  });
+  LogLines(*logger, 3, 1);
+  logger.reset();
+  end.join();
+  EXPECT_LT(ReadLines(path)[2].size(), 50'000u);
+  EXPECT_EQ(ReadLines(path)[3].size(), 1u) << "the last line";
 }
 
 TEST(LogHardship, TrimmingWhileEightThreadsWrite) {

@@ -1,21 +1,25 @@
 // The log, read back from its file the way a support engineer does.
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <stdlib.h>
+#include <unistd.h>
 
-#include <algorithm>
-#include <cctype>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "Common/Logger_mac.h"
+#include "tests/common/ScarceMemory.h"
 #include "tests/support/TempFolder.h"
 
 namespace fs = std::filesystem;
@@ -63,21 +67,36 @@ bool LogsTo(const std::string& path, int flags, const char* file, const char* fo
 
 }  // namespace
 
+// The local time of a second as a log line has it; the year is the count since 1900.
+std::string DateText(time_t second) {
+  tm local = {};
+  localtime_r(&second, &local);
+  char text[32];
+  EXPECT_EQ(strftime(text, sizeof text, "%Y%m%d|%H:%M:%S", &local), 17U);
+  text[0] = '0';
+  text[1] = static_cast<char>('0' + (local.tm_year / 100));
+  return text;
+}
+
 TEST(Logger, WritesTheLineThatPeopleRead) {
+  setenv("TZ", "Here-5:45", 1);
+  tzset();
   Log log;
-  log.logger.LogEvent("insStartInstall", "+penHandle=%d", 3);
-  log.logger.LogErrorText("AFunctionWithALongName", -2, "it failed");
-  log.logger.LogEvent(nullptr, nullptr);
+  time_t before = 0;
+  do {  // within one second
+    before = time(nullptr);
+    log.logger.Close();
+    fs::remove(log.path);
+    log.logger.LogEvent("insStartInstall", "+penHandle=%d", 3);
+    log.logger.LogErrorText("AFunctionWithALongName", -2, "it failed");
+    log.logger.LogEvent(nullptr, nullptr);
+  } while (time(nullptr) != before);
   char thread[9];
   snprintf(thread, sizeof thread, "%08x", static_cast<unsigned>(pthread_self()));
-  const std::string head = "[01######|##:##:##] [" + std::string(thread) + "] ";
-  std::string text = log.Text();
-  for (size_t line = 0; line < text.size(); line = text.find('\n', line) + 1) {
-    std::replace_if(
-        &text[line + 3], &text[line + 18], [](unsigned char c) { return isdigit(c) != 0; }, '#');
-  }
-  EXPECT_EQ(text, head + "[insStartInstall     ] +penHandle=3\n" + head +
-                      "[AFunctionWithALongNa] it failed (Error 0xfffffffe)\n" + head + "[                    ] \n");
+  const std::string head = "[" + DateText(before) + "] [" + std::string(thread) + "] ";
+  EXPECT_EQ(log.Text(), head + "[insStartInstall     ] +penHandle=3\n" + head +
+                            "[AFunctionWithALongNa] it failed (Error 0xfffffffe)\n" + head +
+                            "[                    ] \n");
 }
 
 TEST(Logger, DateTextCountsYearsFrom1900) {
@@ -247,6 +266,55 @@ TEST(Logger, LeavesAFileWithinItsBoundsAndEmptiesOneBeyondReason) {
   log.logger.Init(0, log.path.c_str(), nullptr, 10, 1000, kNever, 1024);
   log.logger.ShrinkLog();
   EXPECT_EQ(fs::file_size(log.path), 0u);
+}
+
+TEST(Logger, KeepsNoDescriptorOfWhatItTrimmed) {
+  Log log(kNever, 200, 100);
+  const auto descriptors = [] {
+    return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+  };
+  const auto before = descriptors();
+  for (int i = 0; i < 10; ++i) {
+    for (int line = 0; line < 5; ++line) log.logger.LogEvent("Tag", "line %d", line);
+    log.logger.ShrinkLog();
+    EXPECT_LE(fs::file_size(log.path), 200u);
+  }
+  log.logger.Close();
+  EXPECT_EQ(descriptors(), before);
+}
+
+TEST(Logger, TaskTakesNoSignalsOfTheHost) {
+  static std::atomic<int> handled;
+  handled = 0;
+  signal(SIGUSR1, [](int) { ++handled; });
+  Log log(1);
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGUSR1);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  kill(getpid(), SIGUSR1);  // now only the task could take it
+  log.logger.LogEvent("Tag", "the task is at work");
+  EXPECT_TRUE(WaitFor([&] { return fs::exists(log.path) && fs::file_size(log.path) > 0; }));
+  EXPECT_EQ(handled, 0);
+  pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+  EXPECT_EQ(handled, 1);
+}
+
+TEST(Logger, InitChangesAllOrNothingWhenMemoryRunsOut) {
+  Log log;
+  const std::string second = log.folder / "a-second-log-whose-name-takes-memory";
+  int failures = 0;
+  for (bool done = false; !done; ++failures) {
+    log.logger.LogEvent("Tag", "line %d", failures);
+    log.logger.Close();
+    const ScarceMemory scarce(failures);
+    done = log.logger.Init(0, second.c_str(), nullptr, 1048576, 256000, kNever, 100);
+  }
+  ASSERT_GT(failures, 1);
+  log.logger.LogEvent("Tag", "%s", std::string(200, 'x').c_str());
+  EXPECT_EQ(log.Messages().size(), static_cast<size_t>(failures));
+  EXPECT_EQ(log.Messages().back(), "line " + std::to_string(failures - 1));
+  EXPECT_EQ(ReadWholeFile(second).size(), 54u + 99u + 1u);
 }
 
 TEST(Logger, TaskFlushesThenTrimsAndClosesWhenIdle) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+
 #include "tests/support/FakeClock.h"
 
 TEST(Timer, CountsWithoutStoringAndFinishStores) {
@@ -16,4 +18,14 @@ TEST(Timer, CountsWithoutStoringAndFinishStores) {
   EXPECT_EQ(timer.ElapsedTime(), 7);
   timer.Start();
   EXPECT_EQ(timer.ElapsedTime(), 0);
+}
+
+TEST(Timer, CountsAcrossTheEndOf32BitSeconds) {
+  FakeClock clock(INT32_MAX - 3);
+  CTimer timer;
+  EXPECT_EQ(timer.Start(), INT32_MAX - 3);
+  clock.Sleep(std::chrono::seconds(10));
+  EXPECT_EQ(timer.Count(), 10);
+  EXPECT_EQ(timer.Finish(), 10);
+  EXPECT_EQ(timer.Start(), INT32_MIN + 6);
 }

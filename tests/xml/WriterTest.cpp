@@ -183,6 +183,18 @@ TEST(XmlSave, KnowsItsModes) {
                   .ends_with("</a>\r\n\t<a>\r\n\t\t\xC3\xA9\xF0\x9F\x98\x80\xFF\r\n\t</a>\r\n"));
 }
 
+TEST(XmlSave, TellsWhatAFullDiskDidNotTake) {
+  for (const size_t size : {0, 1'000'000}) {
+    XML document((kHead + "<a>" + std::string(size, 'x') + "</a>").c_str(), 1);
+    EXPECT_FALSE(document.Save("/dev/full")) << size;
+    EXPECT_FALSE(document.Save("/dev/full", true, 3)) << size;
+    FILE* stream = fopen("/dev/full", "wb");
+    ASSERT_NE(stream, nullptr);
+    EXPECT_FALSE(document.Save(stream, true, 1)) << size;
+    fclose(stream);
+  }
+}
+
 TEST(XmlSave, SavesOnClose) {
   TempFolder folder;
   const std::string path = folder.Write("a.xml", kHead + "<a/>");
