@@ -20,6 +20,7 @@ configure_file(packaging/quarvel.pc.in ${PROJECT_BINARY_DIR}/quarvel.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/quarvel.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
 install(TARGETS Tessvik LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT simulator)
+install(TARGETS TessvikTrace LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT tools)
 foreach(program IN ITEMS quarvel quarvel-bundle tessvik-sim)
   set(component tools)
   if(program STREQUAL "tessvik-sim")
