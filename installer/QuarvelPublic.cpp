@@ -113,6 +113,7 @@ InsResCode RunOnPen(const char* tag, const int32_t* penHandle, const Target& tar
 template <typename Bundle, typename Announce>
 InsResCode Install(const char* tag, const Target& target, Bundle bundle, int32_t* penHandle, const PenUpdateCfg* cfg,
                    PenUpdateProgressCallback callback, void* userData, const Announce& announce) {
+  const CancelShield shield;
   const auto install = [&] { return g_Quarveler.StartInstall(penHandle, bundle, cfg, callback, userData); };
   if (penHandle && *penHandle != 0) return RunOnPen(tag, penHandle, target, cfg, install);
   announce();
