@@ -7,8 +7,8 @@
 #include <exception>
 #include <new>
 
+#include "Common/HostThread.h"
 #include "Common/Logger_mac.h"
-#include "installer/HostThread.h"
 #include "installer/Quarveler.h"
 #include "installer/VolatileMark.h"
 
@@ -141,7 +141,8 @@ InsResCode insSetupLog(char enable, const char* logFile, uint64_t maxLogSize) {
   const CancelShield shield;
   const auto set = [&](int flags, const char* file, unsigned long size) {
     return Guarded(kTag, insSuccess, [&] {
-      g_Logger.Init(flags, file, nullptr, size, kShrinkSize, kFlushInterval, kMessageLimit);
+      if (!g_Logger.Init(flags, file, nullptr, size, kShrinkSize, kFlushInterval, kMessageLimit))
+        throw std::bad_alloc();
       return insSuccess;
     });
   };

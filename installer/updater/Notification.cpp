@@ -1,6 +1,6 @@
 // What the host is told, and what it answers.
 #include "Common/FileUtil.h"
-#include "installer/HostThread.h"
+#include "Common/HostThread.h"
 #include "installer/updater/Reports.h"
 
 namespace {

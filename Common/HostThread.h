@@ -1,6 +1,6 @@
 // The host's thread during a call: it is not cancelled inside one, and a callback that ends it is let through.
-#ifndef QUARVEL_INSTALLER_HOSTTHREAD_H
-#define QUARVEL_INSTALLER_HOSTTHREAD_H
+#ifndef QUARVEL_COMMON_HOSTTHREAD_H
+#define QUARVEL_COMMON_HOSTTHREAD_H
 
 #include <cxxabi.h>
 #include <pthread.h>
