@@ -85,7 +85,7 @@ TEST(Workers, TheRestDoesTheWorkOfThreadsThatCannotBeHad) {
   pthread_attr_t huge;
   ASSERT_EQ(pthread_getattr_default_np(&usual), 0);
   ASSERT_EQ(pthread_attr_init(&huge), 0);
-  ASSERT_EQ(pthread_attr_setstacksize(&huge, sizeof(void*) == 8 ? size_t{1} << 47 : size_t{3} << 30), 0);
+  ASSERT_EQ(pthread_attr_setstacksize(&huge, SIZE_MAX / 4 * 3), 0);
   ASSERT_EQ(pthread_setattr_default_np(&huge), 0);
   std::atomic<size_t> sum = 0;
   std::set<std::thread::id> threads;
