@@ -5,7 +5,7 @@ if(CLANG_TIDY_PROGRAM AND NOT QUARVEL_SANITIZE)
   get_target_property(sources quarvel_core SOURCES)
   add_library(quarvel_tidy OBJECT EXCLUDE_FROM_ALL ${sources})
   target_link_libraries(quarvel_tidy
-    PRIVATE Tessvik quarvel_flags ZLIB::ZLIB PkgConfig::minizip OpenSSL::Crypto Threads::Threads)
+    PRIVATE Tessvik quarvel_flags quarvel_inflate ZLIB::ZLIB PkgConfig::minizip OpenSSL::Crypto Threads::Threads)
   target_include_directories(quarvel_tidy PRIVATE ${PROJECT_SOURCE_DIR})
   set_target_properties(quarvel_tidy PROPERTIES CXX_CLANG_TIDY "${CLANG_TIDY_PROGRAM};-quiet")
 endif()

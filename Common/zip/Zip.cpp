@@ -88,7 +88,7 @@ int32_t CZip::ReadInternalFile(const char* zipFile, const char* memberName, std:
   CZipReader reader(file);
   CZipMember contents(reader);
   const bool isKnown = CZipMember::IsKnownMethod(directory.place().method);
-  status = isKnown ? contents.Open(directory.place()) : UNZ_BADZIPFILE;
+  status = isKnown ? contents.Open(directory.place(), CZipMember::Inflation::kZlib) : UNZ_BADZIPFILE;
   if (status != UNZ_OK) return Fail(logger, kCannotOpenMember, status, "Open current file failed in zip file " + path);
 
   if (AppendMember(contents, directory.place().checksum, {buffer.get(), kTransferSize}, content)) return 0;

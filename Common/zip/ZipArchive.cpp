@@ -92,7 +92,7 @@ std::span<const uint8_t> CZipReader::Peek(uint64_t position, uint64_t limit) {
 }
 
 CZipMember::~CZipMember() {
-  if (m_inflateReady) inflateEnd(&m_inflate);
+  if (m_zlibReady) inflateEnd(&m_zlib);
 }
 
 bool CZipMember::HasSoundHead(const CZipFile& file, const ZipMemberPlace& place) {
@@ -101,54 +101,87 @@ bool CZipMember::HasSoundHead(const CZipFile& file, const ZipMemberPlace& place)
   return IsSound(head, place);
 }
 
-int CZipMember::Open(const ZipMemberPlace& place) {
+int CZipMember::Open(const ZipMemberPlace& place, Inflation inflation) {
   Head head = {};
   m_reader.Read(place.head, head);
   if (!IsSound(head, place)) return UNZ_BADZIPFILE;
   m_position = place.head + sizeof(head) + ReadU16(head + kNameSizeAt) + ReadU16(head + kExtraSizeAt);
-  m_stored = place.method == 0;
   m_ended = false;
   m_packedLeft = place.packedSize;
-  m_unpackedLeft = place.size;
-  if (m_stored) return UNZ_OK;
+  m_size = m_left = place.size;
+  m_checksum = place.checksum;
+  const bool isFast = inflation == Inflation::kFastest && CFastInflate::IsThere() && place.size > 0;
+  m_way = place.method == 0 ? Way::kStored : isFast ? Way::kFast : Way::kZlib;
+  if (m_way == Way::kFast) (m_fast ? *m_fast : m_fast.emplace()).Start();
+  if (m_way != Way::kZlib) return UNZ_OK;
   // A negative window size stands for deflated data without a zlib header.
-  const int ready = m_inflateReady ? inflateReset(&m_inflate) : inflateInit2(&m_inflate, -MAX_WBITS);
-  m_inflateReady = m_inflateReady || ready == Z_OK;
+  const int ready = m_zlibReady ? inflateReset(&m_zlib) : inflateInit2(&m_zlib, -MAX_WBITS);
+  m_zlibReady = m_zlibReady || ready == Z_OK;
   return ready == Z_OK ? UNZ_OK : UNZ_INTERNALERROR;
 }
 
 int64_t CZipMember::Read(std::span<uint8_t> out) {
-  out = out.first(static_cast<size_t>(std::min<uint64_t>(out.size(), m_unpackedLeft)));
+  out = out.first(static_cast<size_t>(std::min<uint64_t>(out.size(), m_left)));
   if (out.empty() || m_ended) return 0;
-  const int64_t got = m_stored ? ReadStored(out) : ReadDeflated(out);
-  if (got > 0) m_unpackedLeft -= static_cast<uint64_t>(got);
+  const int64_t got = m_way == Way::kStored ? ReadStored(out) : m_way == Way::kZlib ? ReadWithZlib(out) : ReadFast(out);
+  if (got > 0) m_left -= static_cast<uint64_t>(got);
   return got;
 }
 
 int64_t CZipMember::ReadStored(std::span<uint8_t> out) {
   if (m_packedLeft == 0) return 0;
   const auto bytes = m_reader.Peek(m_position, std::min<uint64_t>(m_packedLeft, out.size()));
-  if (bytes.empty()) return -1;
+  if (bytes.empty()) return kUnreadable;
   memcpy(out.data(), bytes.data(), bytes.size());
   m_position += bytes.size();
   m_packedLeft -= bytes.size();
   return static_cast<int64_t>(bytes.size());
 }
 
-int64_t CZipMember::ReadDeflated(std::span<uint8_t> out) {
-  m_inflate.next_out = out.data();
-  m_inflate.avail_out = static_cast<uInt>(out.size());
+int64_t CZipMember::ReadWithZlib(std::span<uint8_t> out) {
+  m_zlib.next_out = out.data();
+  m_zlib.avail_out = static_cast<uInt>(out.size());
   int status = Z_OK;
-  while (status == Z_OK && m_inflate.avail_out > 0) {
+  while (status == Z_OK && m_zlib.avail_out > 0) {
     const auto packed = m_reader.Peek(m_position, m_packedLeft);
-    m_inflate.next_in = const_cast<Bytef*>(packed.data());  // zlib only reads it
-    m_inflate.avail_in = static_cast<uInt>(packed.size());
-    status = inflate(&m_inflate, Z_SYNC_FLUSH);
-    const size_t used = packed.size() - m_inflate.avail_in;
+    m_zlib.next_in = const_cast<Bytef*>(packed.data());  // zlib only reads it
+    m_zlib.avail_in = static_cast<uInt>(packed.size());
+    status = inflate(&m_zlib, Z_SYNC_FLUSH);
+    const size_t used = packed.size() - m_zlib.avail_in;
     m_position += used;
     m_packedLeft -= used;
   }
   m_ended = status == Z_STREAM_END;
-  const auto got = static_cast<int64_t>(out.size() - m_inflate.avail_out);
-  return status == Z_OK || status == Z_STREAM_END ? got : -1;
+  const auto got = static_cast<int64_t>(out.size() - m_zlib.avail_out);
+  return status == Z_OK || status == Z_STREAM_END ? got : kUnreadable;
+}
+
+int64_t CZipMember::ReadFast(std::span<uint8_t> out) {
+  const auto all = m_reader.Peek(m_position, m_packedLeft);
+  if (out.size() == m_size && all.size() == m_packedLeft) {
+    const bool isMade = m_fast->RunAtOnce(all, out).made == out.size();
+    return isMade && m_fast->EndedWith(m_checksum) ? static_cast<int64_t>(out.size()) : kInDoubt;
+  }
+  size_t done = 0;
+  while (done < out.size()) {
+    const CFastInflate::Step step = RunFast(out.subspan(done));
+    if (step.used == 0 && step.made == 0) return kInDoubt;
+    done += step.made;
+  }
+  if (out.size() == m_left && !EndsWell()) return kInDoubt;
+  return static_cast<int64_t>(done);
+}
+
+CFastInflate::Step CZipMember::RunFast(std::span<uint8_t> out) {
+  const CFastInflate::Step step = m_fast->Run(m_reader.Peek(m_position, m_packedLeft), out);
+  m_position += step.used;
+  m_packedLeft -= step.used;
+  return step;
+}
+
+bool CZipMember::EndsWell() {
+  // The mark of the end may still be to come when there is nothing more to unpack.
+  while (!m_fast->EndedWith(m_checksum) && RunFast({}).used > 0) {
+  }
+  return m_fast->EndedWith(m_checksum);
 }

@@ -9,12 +9,12 @@
 
 #include <array>
 #include <cstdint>
-#include <memory>
+#include <optional>
 #include <span>
-#include <type_traits>
 #include <vector>
 
 #include "Common/FolderTree.h"
+#include "Common/zip/FastInflate.h"
 
 // An open archive file. It keeps no position, so threads share it.
 class CZipFile {
@@ -76,6 +76,18 @@ struct ZipMemberPlace {
 // The contents of members, one after the other; one thread uses it.
 class CZipMember {
  public:
+  // What deflated members are inflated with. zlib has the last word on what a member holds: a damaged one is what zlib
+  // makes of it.
+  enum class Inflation {
+    kZlib,
+    kFastest,  // members end in kInDoubt where zlib may see them otherwise
+  };
+  // What Read returns instead of a number of bytes.
+  enum : int64_t {
+    kUnreadable = -1,
+    kInDoubt = -2,  // nothing that was read may count; the member is to be opened again for zlib
+  };
+
   explicit CZipMember(CZipReader& reader) : m_reader(reader) {}
   ~CZipMember();
   CZipMember(const CZipMember&) = delete;
@@ -88,25 +100,33 @@ class CZipMember {
   static bool HasSoundHead(const CZipFile& file, const ZipMemberPlace& place);
 
   // Turns to a member. Returns minizip's status, UNZ_OK on success.
-  int Open(const ZipMemberPlace& place);
-  // Unpacks up to `out.size()` bytes; 0 at the end of the member, negative when it cannot be read further. Never gives
-  // more than the archive states as the member's size.
+  int Open(const ZipMemberPlace& place, Inflation inflation);
+  // Unpacks up to `out.size()` bytes; 0 at the end of the member, kUnreadable when it cannot be read further, or
+  // kInDoubt. Never gives more than the archive states as the member's size.
   int64_t Read(std::span<uint8_t> out);
   // Bytes of the member's stated size that were not unpacked yet.
-  uint64_t left() const { return m_unpackedLeft; }
+  uint64_t left() const { return m_left; }
 
  private:
+  enum class Way { kStored, kZlib, kFast };
+
   int64_t ReadStored(std::span<uint8_t> out);
-  int64_t ReadDeflated(std::span<uint8_t> out);
+  int64_t ReadWithZlib(std::span<uint8_t> out);
+  int64_t ReadFast(std::span<uint8_t> out);
+  CFastInflate::Step RunFast(std::span<uint8_t> out);
+  bool EndsWell();
 
   CZipReader& m_reader;
-  z_stream m_inflate{};
-  bool m_inflateReady = false;
-  bool m_stored = false;
+  z_stream m_zlib{};
+  bool m_zlibReady = false;
+  std::optional<CFastInflate> m_fast;
+  Way m_way = Way::kStored;
   bool m_ended = false;     // the deflated data has come to its end
   uint64_t m_position = 0;  // of the next packed byte in the file
   uint64_t m_packedLeft = 0;
-  uint64_t m_unpackedLeft = 0;
+  uint64_t m_size = 0;  // as the archive states it
+  uint64_t m_left = 0;  // of it
+  uint32_t m_checksum = 0;
 };
 
 #endif

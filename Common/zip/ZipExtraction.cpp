@@ -59,10 +59,12 @@ std::string Straightened(std::string_view name) {
 
 }  // namespace
 
-CZipExtraction::CZipExtraction(std::string zipFile, std::string destFolder, bool skipUnchanged)
+CZipExtraction::CZipExtraction(std::string zipFile, std::string destFolder, bool skipUnchanged,
+                               CZipMember::Inflation inflation)
     : m_zipFile(std::move(zipFile)),
       m_destination(WithSlashes(std::move(destFolder))),
-      m_skipUnchanged(skipUnchanged) {}
+      m_skipUnchanged(skipUnchanged),
+      m_inflation(inflation) {}
 
 CZipExtraction::CZipExtraction(std::string zipFile, int descriptor, CSharedFolder& destination)
     : m_zipFile(std::move(zipFile)),
@@ -329,7 +331,7 @@ void CZipExtraction::WriteMembers() {
   if (batches.empty()) return;
   std::atomic<size_t> next = 0;
   CWorkers::Run(CWorkers::CountFor(batches.size()), [&](unsigned) {
-    CZipUnpacker unpacker(m_file, *m_tree, m_shared, m_skipUnchanged);
+    CZipUnpacker unpacker(m_file, *m_tree, m_shared, m_skipUnchanged, m_inflation);
     for (size_t batch = 0; (batch = next++) < batches.size();) {
       for (const size_t i : batches[batch]) {
         if (m_failure.IsMoot(i)) return;

@@ -23,8 +23,9 @@ class CLogger;
 
 class CZipExtraction {
  public:
-  // Into a folder of nobody's.
-  CZipExtraction(std::string zipFile, std::string destFolder, bool skipUnchanged);
+  // Into a folder of nobody's. What is unpacked does not depend on `inflation`.
+  CZipExtraction(std::string zipFile, std::string destFolder, bool skipUnchanged,
+                 CZipMember::Inflation inflation = CZipMember::Inflation::kFastest);
   // From an open archive into a folder that others rely on; both must outlive it.
   CZipExtraction(std::string zipFile, int descriptor, CSharedFolder& destination);
 
@@ -90,6 +91,7 @@ class CZipExtraction {
   const std::string m_zipFile;
   const std::string m_destination;
   const bool m_skipUnchanged;
+  const CZipMember::Inflation m_inflation = CZipMember::Inflation::kFastest;
   CSharedFolder* const m_shared = nullptr;  // the destination, where others rely on it
 
   CFolderTree m_ownTree;  // the destination, where nobody else does

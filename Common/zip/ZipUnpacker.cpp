@@ -13,6 +13,9 @@ constexpr uint64_t kBlockSize = 5242880;
 // Small enough to be still in the processor's cache when it is written.
 constexpr size_t kWriteSize = 256 * 1024;
 
+// What Copy returns, with errno, beside what CZipMember::Read does.
+constexpr int64_t kNotWritten = -100;
+
 struct Path {
   std::string_view folder;
   std::string_view leaf;
@@ -31,13 +34,15 @@ bool IsEpoch(const tm_unz& date) {
 
 }  // namespace
 
-CZipUnpacker::CZipUnpacker(const CZipFile& file, const CFolderTree& tree, CSharedFolder* shared, bool skipUnchanged)
+CZipUnpacker::CZipUnpacker(const CZipFile& file, const CFolderTree& tree, CSharedFolder* shared, bool skipUnchanged,
+                           CZipMember::Inflation inflation)
     : m_reader(file),
       m_member(m_reader),
       m_cursor(tree),
       m_shared(shared),
       m_transfer(kWriteSize),
-      m_skipUnchanged(skipUnchanged) {}
+      m_skipUnchanged(skipUnchanged),
+      m_inflation(inflation) {}
 
 ZipTarget CZipUnpacker::Look(CFolderCursor& cursor, std::string_view name, uint64_t size, const tm_unz& date) {
   const auto [folder, leaf] = Split(name);
@@ -57,7 +62,7 @@ ZipTarget CZipUnpacker::LookAgain(std::string_view name, const ZipMemberPlace& p
 }
 
 std::optional<CZipUnpacker::Fault> CZipUnpacker::Check(const ZipMemberPlace& place) {
-  const int status = m_member.Open(place);
+  const int status = m_member.Open(place, m_inflation);
   if (status == UNZ_OK) return std::nullopt;
   return Fault{CZip::kCannotOpenMember, status};
 }
@@ -82,7 +87,7 @@ std::optional<CZipUnpacker::Fault> CZipUnpacker::Write(std::string_view name, co
   if (at < 0 || leaf.empty() || !CFolderTree::ToName(leaf, leafText)) return Fault{CZip::kCannotOpen, ENOENT};
   CPartialFile file(at);
   if (file.fd() < 0) return Fault{CZip::kCannotOpen, errno};
-  if (auto fault = Fill(file.fd(), date)) return fault;
+  if (auto fault = Fill(file.fd(), place, date)) return fault;
   if (!file.Close()) return Fault{CZip::kWriteFailed, errno};
   if (target == ZipTarget::kMissing) {
     if (file.CommitNew(leafText)) return std::nullopt;
@@ -96,21 +101,33 @@ std::optional<CZipUnpacker::Fault> CZipUnpacker::Write(std::string_view name, co
   return std::nullopt;
 }
 
-std::optional<CZipUnpacker::Fault> CZipUnpacker::Fill(int fd, const tm_unz& date) {
-  uint64_t written = 0;
-  int64_t got = 0;
-  while ((got = m_member.Read(m_transfer)) > 0) {
-    const std::string_view bytes(reinterpret_cast<const char*>(m_transfer.data()), static_cast<size_t>(got));
-    if (m_quiet.Write(fd, bytes) != bytes.size()) return Fault{CZip::kWriteFailed, errno};
-    written += bytes.size();
+std::optional<CZipUnpacker::Fault> CZipUnpacker::Fill(int fd, const ZipMemberPlace& place, const tm_unz& date) {
+  int64_t end = Copy(fd);
+  if (m_inflation != CZipMember::Inflation::kZlib && (end == CZipMember::kInDoubt || end == kNotWritten)) {
+    if (lseek(fd, 0, SEEK_SET) != 0 || ftruncate(fd, 0) != 0) return Fault{CZip::kWriteFailed, errno};
+    const int status = m_member.Open(place, CZipMember::Inflation::kZlib);
+    if (status != UNZ_OK) return Fault{CZip::kCannotOpenMember, status};
+    end = Copy(fd);
   }
-  if (got < 0 && ftruncate(fd, static_cast<off_t>(written / kBlockSize * kBlockSize)) != 0) {
+  if (end == kNotWritten) return Fault{CZip::kWriteFailed, errno};
+  if (end == CZipMember::kUnreadable && ftruncate(fd, static_cast<off_t>(m_written / kBlockSize * kBlockSize)) != 0) {
     return Fault{CZip::kWriteFailed, errno};
   }
   const time_t time = TimeOf(date);
   const timespec times[2] = {{time, 0}, {time, 0}};
   futimens(fd, times);
   return std::nullopt;
+}
+
+int64_t CZipUnpacker::Copy(int fd) {
+  m_written = 0;
+  int64_t got = 0;
+  while ((got = m_member.Read(m_transfer)) > 0) {
+    const std::string_view bytes(reinterpret_cast<const char*>(m_transfer.data()), static_cast<size_t>(got));
+    if (m_quiet.Write(fd, bytes) != bytes.size()) return kNotWritten;
+    m_written += bytes.size();
+  }
+  return got;
 }
 
 time_t CZipUnpacker::TimeOf(const tm_unz& date) {

@@ -29,8 +29,10 @@ class CZipUnpacker {
   };
 
   // `file`, `tree` and `shared` must outlive it; `shared`, which may be null, is asked before a file is replaced. With
-  // `skipUnchanged`, files that have the right size when their turn comes are left alone.
-  CZipUnpacker(const CZipFile& file, const CFolderTree& tree, CSharedFolder* shared, bool skipUnchanged);
+  // `skipUnchanged`, files that have the right size when their turn comes are left alone. What files hold does not
+  // depend on `inflation`.
+  CZipUnpacker(const CZipFile& file, const CFolderTree& tree, CSharedFolder* shared, bool skipUnchanged,
+               CZipMember::Inflation inflation);
 
   // Writes one member under its name; nothing when it went well.
   std::optional<Fault> Write(std::string_view name, const ZipMemberPlace& place, const tm_unz& date);
@@ -43,7 +45,8 @@ class CZipUnpacker {
  private:
   ZipTarget LookAgain(std::string_view name, const ZipMemberPlace& place, const tm_unz& date);
   std::optional<Fault> AskToReplace();
-  std::optional<Fault> Fill(int fd, const tm_unz& date);
+  std::optional<Fault> Fill(int fd, const ZipMemberPlace& place, const tm_unz& date);
+  int64_t Copy(int fd);
   time_t TimeOf(const tm_unz& date);
 
   CQuietWriter m_quiet;
@@ -52,7 +55,9 @@ class CZipUnpacker {
   CFolderCursor m_cursor;
   CSharedFolder* m_shared;
   std::vector<uint8_t> m_transfer;
-  bool m_skipUnchanged;
+  uint64_t m_written = 0;  // bytes of the member that is being unpacked
+  const bool m_skipUnchanged;
+  const CZipMember::Inflation m_inflation;
   std::optional<tm_unz> m_latestDate;  // converting a date is slow, and neighbours often share theirs
   time_t m_latestTime = 0;
 };

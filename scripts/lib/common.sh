@@ -8,8 +8,9 @@ die() { printf '%s: %s\n' "$(basename "$0")" "$*" >&2; exit 1; }
 
 # need GROUP...: installs the Debian packages of these groups (scripts/lib/packages) that are not there yet.
 need() {
-  local missing=() group package want
-  while read -r group package; do
+  local missing=() group package only want
+  while read -r group package only; do
+    [ -z "$only" ] || [[ ",$only," == *",$(dpkg --print-architecture),"* ]] || continue
     for want in "$@"; do
       [ "$group" = "$want" ] || continue
       dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || missing+=("$package")

@@ -1,9 +1,17 @@
 // The built program on simulated pens, as a person or a script uses it.
 #include <gtest/gtest.h>
 
+#include "Common/zip/FastInflate.h"
 #include "tests/host/HostRig.h"
 
 namespace {
+
+TEST(Program, TellsWhatItsLibraryInflatesWith) {
+  HostRig rig;
+  const Json version = Json::parse(rig.Quarvel({"version", "--json"}).out);
+  EXPECT_EQ(version.at("library"), "1.2.13.0");
+  EXPECT_EQ(version.at("inflate"), CFastInflate::IsThere() ? "isa-l" : "zlib");
+}
 
 struct StatusCase {
   const char* name;
