@@ -42,19 +42,30 @@ def manifest(groups):
     return "\n".join(lines)
 
 
-def content(rng, size):
-    """Bytes of which about 60 % stay after deflate: random blocks between runs of a repeated text."""
+def noise(rng, size):
+    """Bytes of which about 60 % stay after deflate, which stores nearly all of those: random blocks between runs of a
+    repeated text."""
     block = 4096
     parts = []
     for start in range(0, size, block):
         n = min(block, size - start)
-        noise = int(n * 0.6)
-        parts.append(rng.randbytes(noise) + b"pen application " * ((n - noise) // 16 + 1))
+        random_bytes = int(n * 0.6)
+        parts.append(rng.randbytes(random_bytes) + b"pen application " * ((n - random_bytes) // 16 + 1))
         parts[-1] = parts[-1][:n]
     return b"".join(parts)
 
 
-def make_bundle(name, folders, files_per_folder, size):
+def tokens(rng, size):
+    """Bytes that deflate packs 1.7 to 1: words of a small vocabulary between random bytes. They come again at distances
+    that deflate does not see."""
+    words = [rng.randbytes(rng.randint(4, 12)) for _ in range(256)]
+    block = bytearray()
+    while len(block) < min(size, 1 << 20):
+        block += rng.choice(words) + rng.randbytes(rng.randint(3, 7))
+    return (bytes(block) * (size // len(block) + 1))[:size]
+
+
+def make_bundle(name, folders, files_per_folder, size, content=noise):
     """Packs a signed bundle unless it is there already; returns its path."""
     bundle = INPUTS / f"{name}.zip"
     if bundle.exists():
@@ -85,6 +96,27 @@ def make_key():
 
 
 # --- measuring -------------------------------------------------------------------------------------------------------
+
+class Others:
+    """How busy the machine is with other work: the share of its cores' time while this program waits."""
+
+    def __init__(self):
+        self.shares = []
+
+    def look(self, seconds=0.5):
+        def times():
+            values = [int(v) for v in Path("/proc/stat").read_text().splitlines()[0].split()[1:9]]
+            return sum(values), values[3] + values[4]
+        (total, idle), _ = times(), time.sleep(seconds)
+        total_after, idle_after = times()
+        self.shares.append(1 - (idle_after - idle) / max(1, total_after - total))
+
+    def __call__(self):
+        return f"{statistics.mean(self.shares):.0%} of its cores' time" if self.shares else "not looked at"
+
+
+others = Others()
+
 
 def extraction_folder(bundle):
     """Where the library unpacks this bundle."""
@@ -126,6 +158,7 @@ class Contest:
         self.runs = {name: [] for name in self.commands}
 
     def run(self, rounds):
+        others.look()
         for command in self.commands.values():  # warm the page cache
             run_once(command, self.prepare)
         for _ in range(rounds):
@@ -154,7 +187,7 @@ class Contest:
                            "" if self.alone else f"{cpu[0]}, {cpu[1]}", f"{peak[0]}, {peak[1]} |"))
 
 
-def load_contests(big, small):
+def load_contests(big, words, small):
     scratch = BUILD / "scratch"
 
     def clean(bundle):
@@ -176,25 +209,26 @@ def load_contests(big, small):
             subprocess.run(["unzip", "-qq", "-o", bundle, "-d", folder], check=True)
         return folder
 
-    def cold(title, bundle):
-        return Contest(title, 0.6, [BIN / "bench_bundle", "load", bundle], extractors(bundle), clean(bundle))
+    def cold(title, goal, bundle):
+        return Contest(title, goal, [BIN / "bench_bundle", "load", bundle], extractors(bundle), clean(bundle))
 
     def bench(work, bundle, *more):
         return [BIN / "bench_bundle", work, bundle, *more]
 
     inputs = (("8 files of 64 MB", big), ("20,000 files of 4 KB", small))
-    yield cold("load, 8 files of 64 MB", big)
-    for title, bundle in inputs:
+    yield cold("load, 8 files of 64 MB, noise", 0.3, big)
+    yield cold("load, 8 files of 64 MB, words", 0.3, words)
+    for (title, bundle), goal in zip(inputs, (0.1, 0.5)):
         peers = {"unzip -n": ["unzip", "-qq", "-n", bundle, "-d", unpacked(bundle)]}
-        yield Contest(f"load again, whole process, {title}", 0.1, bench("load", bundle), peers)
-        yield Contest(f"load again, in a running host, {title}", 0.1, bench("again", bundle), peers, alone=True)
+        yield Contest(f"load again, whole process, {title}", goal, bench("load", bundle), peers)
+        yield Contest(f"load again, in a running host, {title}", goal, bench("again", bundle), peers, alone=True)
     for (title, bundle), goal, peer in zip(inputs, (0.6, 1.0), (["openssl", "dgst", "-sha1"], ["sha1sum"])):
         files = sorted(str(f) for f in unpacked(bundle).rglob("*") if f.is_file())
         peers = {" ".join(peer): ["xargs", "-a", write_list(files, bundle), *peer]}
         ours = bench("verify", bundle, INPUTS / "cert.pem")
         yield Contest(f"load again and verify, whole process, {title}", goal, ours, peers)
         yield Contest(f"verify, in a running host, {title}", goal, ours, peers, alone=True)
-    yield cold("load, 20,000 files of 4 KB", small)
+    yield cold("load, 20,000 files of 4 KB", 0.35, small)
 
 
 def make_manifest(packages):
@@ -242,12 +276,13 @@ class Growth:
     def table(self):
         seconds = {n: statistics.median(run.step for run in runs) for n, runs in self.runs.items()}
         cpu = {n: statistics.median(run.cpu for run in runs) for n, runs in self.runs.items()}
-        first = next(iter(seconds))
+        peak = {n: max(run.memory for run in runs) for n, runs in self.runs.items()}
+        first, last = min(seconds), max(seconds)
         return [f"{self.title}:", "", "| | seconds | times the first | CPU seconds | times the first | peak |",
                 "|---|---|---|---|---|---|",
                 *[f"| {n:,} | {seconds[n]:.4f} | {seconds[n] / seconds[first]:.1f} | {cpu[n]:.3f} | "
-                  f"{cpu[n] / cpu[first]:.1f} | {max(run.memory for run in self.runs[n]):.0f} MB |" for n in seconds],
-                ""]
+                  f"{cpu[n] / cpu[first]:.1f} | {peak[n]:.0f} MB |" for n in seconds], "",
+                f"Each further one takes {1024 * (peak[last] - peak[first]) / (last - first):.2f} KB at the peak.", ""]
 
 
 def growths():
@@ -267,6 +302,26 @@ def growths():
                  {n: [BIN / "bench_bundle", "verify", b, INPUTS / "cert.pem"] for n, b in bundles.items()})
 
 
+class Install:
+    """An install on a simulated pen at full speed: what its steps take, and what of it is the library's own."""
+    PACKAGES = 100
+    STEPS = ("loading the bundle from cold", "verifying it", "the install as a whole", "pen calls of the install",
+             "the library's own time in the install")
+
+    def __init__(self, rounds):
+        out = subprocess.run([BIN / "bench_install", str(self.PACKAGES), str(rounds)], check=True,
+                             capture_output=True, text=True)
+        self.steps = list(zip(*([float(v) for v in line.split()] for line in out.stdout.splitlines())))
+
+    def table(self):
+        rows = [f"| {title} | {statistics.median(values):.4f} | {min(values):.4f} to {max(values):.4f} |"
+                for title, values in zip(self.STEPS, self.steps)]
+        whole, own = (statistics.median(self.steps[i]) for i in (2, 4))
+        return [f"An install of {self.PACKAGES} packages of 1 MB on a simulated pen at full speed; the library's own",
+                f"time is everything but the pen calls, {own / whole:.0%} of it:", "",
+                "| | seconds | range |", "|---|---|---|", *rows, ""]
+
+
 def google_benchmark(program):
     """{name: nanoseconds} of a Google Benchmark program, medians of its repetitions."""
     out = subprocess.run([BIN / program, "--benchmark_format=json", "--benchmark_repetitions=5",
@@ -279,37 +334,55 @@ def google_benchmark(program):
 # --- report ----------------------------------------------------------------------------------------------------------
 
 def plot(contests, path):
+    """One row for each work: the ratio to the best peer with its range, and the goal."""
     import matplotlib
     matplotlib.use("svg")
+    matplotlib.rcParams["svg.hashsalt"] = "quarvel"
     import matplotlib.pyplot as plt
-    figure, axes = plt.subplots(len(contests), 1, figsize=(7.5, 1.5 * len(contests)), squeeze=False)
-    for axis, contest in zip(axes[:, 0], contests):
-        names = list(contest.commands)[::-1]
-        medians = [statistics.median(contest.seconds(n)) for n in names]
-        spread = [[m - min(contest.seconds(n)) for m, n in zip(medians, names)],
-                  [max(contest.seconds(n)) - m for m, n in zip(medians, names)]]
-        axis.barh(names, medians, xerr=spread, color=["#c8c8c8" if n != "quarvel" else "#3465a4" for n in names])
-        goal = contest.goal * statistics.median(contest.seconds(contest.best_peer()))
-        axis.axvline(goal, color="#c00", linestyle="--", linewidth=1)
-        axis.set_title(contest.title, loc="left", fontsize=9)
-        axis.tick_params(labelsize=8)
-    axes[-1, 0].set_xlabel("seconds, median with the range of all rounds; dashed: the goal", fontsize=8)
-    figure.tight_layout()
-    figure.savefig(path)
+    figure, axis = plt.subplots(figsize=(10, 1.2 + 0.34 * len(contests)))
+    for row, contest in enumerate(contests):
+        ratios = contest.ratios()
+        median = statistics.median(ratios)
+        colour = "#3465a4" if median <= contest.goal else "#c4501b"
+        axis.plot([min(ratios), max(ratios)], [row, row], color=colour, linewidth=5, alpha=0.35,
+                  solid_capstyle="round")
+        axis.plot([median], [row], "o", color=colour, markersize=7)
+        axis.plot([contest.goal], [row], "|", color="#222222", markersize=15, markeredgewidth=1.8)
+        axis.annotate(f"{median:.2f} of {contest.best_peer()}", (1.01, row), xycoords=("axes fraction", "data"),
+                      va="center", fontsize=8.5, color=colour)
+    axis.set_yticks(range(len(contests)), [c.title for c in contests], fontsize=8.5)
+    axis.set_ylim(len(contests) - 0.4, -0.6)
+    axis.set_xscale("log")
+    lows = [min(c.ratios() + [c.goal]) for c in contests]
+    highs = [max(c.ratios() + [c.goal]) for c in contests]
+    axis.set_xlim(min(lows) / 1.25, max(highs + [1.0]) * 1.25)
+    ticks = [t for t in (0.05, 0.1, 0.2, 0.3, 0.5, 0.7, 1, 1.5, 2, 3, 5) if axis.get_xlim()[0] <= t <= axis.get_xlim()[1]]
+    axis.set_xticks(ticks, [f"{t:g}" for t in ticks], fontsize=8.5)
+    axis.minorticks_off()
+    axis.axvline(1, color="#888888", linewidth=1)
+    axis.grid(axis="x", color="#e4e4e4", linewidth=0.8)
+    axis.set_axisbelow(True)
+    for side in ("top", "right", "left"):
+        axis.spines[side].set_visible(False)
+    axis.tick_params(axis="y", length=0)
+    axis.set_xlabel("time of the library / time of the best peer; dot: median, bar: all rounds, stroke: the goal "
+                    "(blue: met)", fontsize=8.5)
+    figure.savefig(path, bbox_inches="tight", metadata={"Date": None})
+    plt.close(figure)
 
 
 def report(contests, tables, micro, rounds, path):
-    text = ["# Benchmarks", "",
+    text = ["# Benchmarks", "", "![Time beside the best peer, by work](benchmarks.svg)", "",
             "Written by `scripts/bench`. Every round runs the library and each peer once, one after the other; the",
             f"ratio is taken within a round. Medians of {rounds} rounds on {os.cpu_count()} cores, with the lowest and",
-            "highest ratio. Peers count as whole processes. So does the library, except where it says \"in a running",
+            f"highest ratio; other work of the machine: {others()}. Peers count as whole processes. So does the library, except where it says \"in a running",
             "host\": there the start of a process and the steps before are left out, as a host calls the library. CPU",
             "seconds are those of all cores, memory is the highest peak of a process; both give the library first, then",
             "the peer.", "",
             "| work | quarvel | best peer | ratio | goal | | CPU | peak |", "|---|---|---|---|---|---|---|---|",
-            *[c.row() for c in contests], "", "![Seconds for each program](benchmarks.svg)", ""]
-    for growth in tables:
-        text += growth.table()
+            *[c.row() for c in contests], ""]
+    for table in tables:
+        text += table.table()
     for title, rows in micro:
         text += [title, "", "| | nanoseconds |", "|---|---|", *[f"| {n} | {v:,.1f} |" for n, v in rows.items()], ""]
     path.write_text("\n".join(text))
@@ -323,7 +396,7 @@ def main():
     parser.add_argument("--output", type=Path, default=ROOT / "docs", help="folder of benchmarks.md and benchmarks.svg")
     options = parser.parse_args()
 
-    page = options.output / "benchmarks.md"
+    page, started = options.output / "benchmarks.md", time.monotonic()
     contests, tables, micro = [], [], []
 
     def write():
@@ -332,10 +405,14 @@ def main():
 
     make_key()
     for contest in itertools.chain(
-            xml_contests(), load_contests(make_bundle("big", 1, 8, 64 << 20), make_bundle("small", 100, 200, 4096))):
+            xml_contests(),
+            load_contests(make_bundle("big", 1, 8, 64 << 20), make_bundle("words", 1, 8, 64 << 20, tokens),
+                          make_bundle("small", 100, 200, 4096))):
         contests.append(contest.run(options.rounds))
         print(contest.row(), flush=True)
         write()
+    tables.append(Install(options.rounds))
+    print("\n".join(tables[-1].table()), flush=True)
     for growth in [] if options.no_growth else growths():
         tables.append(growth.run(options.rounds))
         print("\n".join(growth.table()), flush=True)
@@ -344,7 +421,7 @@ def main():
         micro.append((title, google_benchmark(program)))
         print(*micro[-1], flush=True)
         write()
-    print(f"written: {page}")
+    print(f"written: {page}; it took {(time.monotonic() - started) / 60:.0f} minutes")
 
 
 if __name__ == "__main__":
