@@ -86,14 +86,18 @@ void WriteTrace(const std::string& file, const CallText& call, int32_t result, i
 
 int32_t Perform(const Counted& counted, const CallText& call, const BenchState& state,
                 const std::function<int32_t()>& body) {
+  int32_t lost = 0;
   if (counted.hook) {
     const int32_t error = counted.hook(counted.hookContext, counted.number, call.function, call.penHandle);
-    if (error != 0) return error;
+    if (error > 0) return error;
+    lost = -error;
   }
   const int32_t fault = FindFault(state.faults, call.function, counted.ofFunction);
   if (fault != 0) return fault;
   const int32_t ofPen = FindPenFault(call);
-  return ofPen != 0 ? ofPen : body();
+  if (ofPen != 0) return ofPen;
+  const int32_t result = body();
+  return lost != 0 ? lost : result;
 }
 
 }  // namespace

@@ -93,7 +93,8 @@ int32_t pbTrace(const char* file);
 /* What this process did and holds. */
 typedef int32_t (*pbHook)(void* context, int32_t number, const char* function, int32_t penHandle);
 /* `hook` is called before each pen function with the call's number (from 1 since pbReset) and its pen's handle (0 where
-   it names none); a non-zero answer fails the call with that number. It may call control functions. Null for none. */
+   it names none); a positive answer fails the call with that number, a negative one lets it do its work and then fails
+   it with the number without its sign. It may call control functions. Null for none. */
 void pbSetHook(pbHook hook, void* context);
 int32_t pbCallCount(void);
 int32_t pbCall(int32_t number, char* out, int32_t size); /* "pcGetPenState(3)=0" */

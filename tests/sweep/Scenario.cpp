@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <iterator>
 #include <regex>
@@ -49,21 +50,44 @@ std::string Masked(const std::string& line) {
   return std::regex_replace(line, numbers, "$1=N");
 }
 
-// One mishap to come, counted down by the calls.
+// The mishaps to come, by the numbers of their calls.
 struct Plan {
-  Mishap mishap;
-  int call;
-  std::string& function;
+  std::vector<Strike>& strikes;
+  FakeClock& clock;
+  int call = 0;
 
   int32_t operator()(int32_t, const std::string& called, int32_t) {
-    if (--call != 0) return 0;
-    function = called;
-    if (mishap == Mishap::kFail) return kSweptError;
-    if (mishap == Mishap::kUnplug) pbUnplug(kPenId);
-    if (mishap == Mishap::kAbort) insAbort(kPenId);
+    ++call;
+    for (Strike& strike : strikes) {
+      if (strike.call != call) continue;
+      strike.function = called;
+      return Happen(strike.mishap);
+    }
+    return 0;
+  }
+  int32_t Happen(Mishap mishap) {
+    switch (mishap) {
+      case Mishap::kFail:
+        return kSweptError;
+      case Mishap::kUnplug:
+        pbUnplug(kPenId);
+        return 0;
+      case Mishap::kAbort:
+        insAbort(kPenId);
+        return 0;
+      case Mishap::kLate:
+        clock.Sleep(std::chrono::seconds(90));
+        return 0;
+      case Mishap::kLost:
+        return -kSweptError;
+    }
     return 0;
   }
 };
+
+bool Hit(const Strike& strike, Mishap mishap, const char* function) {
+  return strike.mishap == mishap && strike.function == function;
+}
 
 }  // namespace
 
@@ -105,15 +129,22 @@ std::vector<std::string> Scenario::Undisturbed() {
 }
 
 Outcome Scenario::Disturbed(Mishap mishap, int call) {
-  m_pens.OnCall(Plan{mishap, call, m_function});
+  std::vector<Strike> strikes = {{mishap, call}};
+  return Disturbed(strikes);
+}
+
+Outcome Scenario::Disturbed(std::vector<Strike>& strikes) {
+  m_pens.OnCall(Plan{strikes, m_pens.clock()});
   const int64_t threads = CountIn("/proc/self/task");
   const int64_t files = CountIn("/proc/self/fd");
   Outcome outcome;
   outcome.result = Go(0);
   pbSetHook(nullptr, nullptr);
-  outcome.function = m_function;
+  outcome.function = strikes.front().function;
+  outcome.calls = m_pens.Calls();
   outcome.logged = FirstComplaint();
-  CheckNothingLeft(outcome, mishap);
+  CheckNothingLeft(strikes);
+  CheckHandle(outcome.result, strikes);
   EXPECT_EQ(CountIn("/proc/self/fd"), files + pbOpenChannels() + pbMarks()) << "open files";
   EXPECT_EQ(CountIn("/proc/self/task"), threads) << "threads";
   m_pens.clock().Sleep(std::chrono::minutes(1));  // whatever the pen was about to do is done
@@ -122,12 +153,32 @@ Outcome Scenario::Disturbed(Mishap mishap, int call) {
   return outcome;
 }
 
-// A closing call that failed is one that did nothing; what it should have closed is then the pen library's.
-void Scenario::CheckNothingLeft(const Outcome& outcome, Mishap mishap) {
-  const bool fails = mishap == Mishap::kFail;
-  EXPECT_LE(pbOpenChannels(), fails && outcome.function == "pcStopObex" ? 1 : 0);
-  EXPECT_EQ(pbMarks(), fails && outcome.function == "pcUnRegisterVolatile" ? 1 : 0);
+// What a closing call that failed did not close, and what an opening call opened that said it did not, is the pen
+// library's.
+void Scenario::CheckNothingLeft(const std::vector<Strike>& strikes) {
+  int channels = 0, marks = 0;
+  for (const Strike& strike : strikes) {
+    channels += Hit(strike, Mishap::kFail, "pcStopObex") || Hit(strike, Mishap::kLost, "pcStartObex");
+    marks += Hit(strike, Mishap::kFail, "pcUnRegisterVolatile") || Hit(strike, Mishap::kLost, "pcRegisterVolatile");
+  }
+  EXPECT_LE(pbOpenChannels(), channels);
+  EXPECT_EQ(pbMarks(), marks);
   EXPECT_EQ(pbThreads(), 0);
+}
+
+// After a run that says that all is well the host has the pen's handle; after another one too, unless the pen was away
+// or could not be asked at the end.
+void Scenario::CheckHandle(InsResCode result, const std::vector<Strike>& strikes) const {
+  const bool answers = std::all_of(strikes.begin(), strikes.end(), [](const Strike& strike) {
+    return strike.mishap == Mishap::kFail && strike.function != "pcGetPenHandles" && strike.function != "pcGetPenId" &&
+           strike.function != "pcDfuDownload";
+  });
+  const Json pen = m_pens.Pen(kPenId);
+  if (!pen["connected"] || (!answers && result != insSuccess)) return;
+  EXPECT_EQ(m_penHandle, m_pens.HandleOf(kPenId)) << "the host's handle";
+  if (result == insSuccess && m_run == Run::kInstall) {
+    EXPECT_TRUE(IsWell()) << m_pens.Contents(kPenId);
+  }
 }
 
 std::string Scenario::FirstComplaint() {

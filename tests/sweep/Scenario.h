@@ -13,14 +13,23 @@
 #include "tests/support/TestLog.h"
 
 enum class Run { kInstall, kRemoval };
-// What happens right before a pen call: it will fail, the pen is unplugged, or the host asks to abort.
-enum class Mishap { kFail, kUnplug, kAbort };
+// What happens at a pen call: it fails; before it the pen is unplugged, or the host asks to abort; it takes a minute
+// and a half; it does its work, but says that it failed.
+enum class Mishap { kFail, kUnplug, kAbort, kLate, kLost };
+
+// A mishap at the call of this number, from 1.
+struct Strike {
+  Mishap mishap;
+  int call;
+  std::string function{};  // found when it happens; "" for a run that ended before
+};
 
 constexpr int32_t kSweptError = 4711;  // what a failing call answers
 
 // What came of one mishap.
 struct Outcome {
-  std::string function;  // the pen function before which it happened
+  std::string function;            // the pen function at which the first happened
+  std::vector<std::string> calls;  // the pen functions of the run
   InsResCode result = insSuccess;
   std::string logged;  // the first message that tells of it
   std::string pen;     // the pen afterwards
@@ -51,11 +60,13 @@ class Scenario {
   // must not be as a test failure: something left open, progress that goes back, a result that is not among those of
   // a failing call, contents that cannot be reached any more.
   Outcome Disturbed(Mishap mishap, int call);
+  // The same with several, in the order of their calls.
+  Outcome Disturbed(std::vector<Strike>& strikes);
 
  private:
   InsResCode Go(uint32_t flags);
-  void SetUp(Mishap mishap, int call);
-  void CheckNothingLeft(const Outcome& outcome, Mishap mishap);
+  static void CheckNothingLeft(const std::vector<Strike>& strikes);
+  void CheckHandle(InsResCode result, const std::vector<Strike>& strikes) const;
   std::string FirstComplaint();
   std::string DescribePen() const;
   bool IsWell() const;
@@ -67,7 +78,6 @@ class Scenario {
   SimPens m_pens;
   TestLog m_log;
   int32_t m_penHandle;
-  std::string m_function;                      // of the mishap
   std::map<std::string, uint64_t> m_progress;  // bytes told of each package
 };
 

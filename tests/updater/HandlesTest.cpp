@@ -1,6 +1,7 @@
 // The registry of updaters, and the handles of pens that leave and return.
 #include <gtest/gtest.h>
 
+#include <barrier>
 #include <thread>
 
 #include "installer/updater/PenUpdater.h"
@@ -127,6 +128,8 @@ TEST(Registry, AnAbortReachesTheFirstUpdaterOfItsPen) {
 TEST(Registry, HoldsUnderManyThreads) {
   constexpr uint64_t kThreads = 8;
   constexpr int kRuns = 20'000;
+  constexpr int32_t kHandles = 2000;
+  std::barrier together(kThreads);
   std::atomic<int> lost = 0, left = 0, claimed = 0;
   {
     std::vector<std::jthread> threads;
@@ -139,12 +142,13 @@ TEST(Registry, HoldsUnderManyThreads) {
             lost += CPenUpdater::Abort(id) != insSuccess || !updater.m_abort;
           }
           left += CPenUpdater::Abort(id) != insNotRunning;
-          if (run % 100 == 0) claimed += CPenUpdater::SetDirtyHandle(1'000'000 + run);
         }
+        together.arrive_and_wait();
+        for (int32_t handle = 1; handle <= kHandles; ++handle) claimed += CPenUpdater::SetDirtyHandle(1000 + handle);
       });
     }
   }
   EXPECT_EQ(lost, 0);
   EXPECT_EQ(left, 0);
-  EXPECT_EQ(claimed, kRuns / 100) << "each handle is claimed once";
+  EXPECT_EQ(claimed, kHandles) << "each handle is claimed once";
 }

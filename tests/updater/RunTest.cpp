@@ -216,6 +216,29 @@ TEST(Run, ReadsAPenThatBeganInDownloadModeAfterItsFirmware) {
   EXPECT_EQ(host.pen.Calls().back(), "pcEnumeratePen(9)");
 }
 
+TEST(Run, ForgetsAnAbortThatCameBeforeIt) {
+  ScriptedHost host(AutumnBundle());
+  host.pen.penlets = {MakePenlet({"writer", "9", "Notes", "9"}), MakePenlet({"notebook", "9", "Notes", "9"}),
+                      MakePenlet({"settings", "9", "System", "9"})};
+  const auto abort = [&] { EXPECT_EQ(insAbort(0x2a), insSuccess); };
+  host.pen.Answer("pcGetPenState", 1, {.deed = abort});
+  EXPECT_EQ(host.Install(insFlagApps), insNothingToDo) << "before the pen was read";
+  host.pen.Answer("pcGetPenletItem", 1, {.deed = abort});
+  EXPECT_EQ(host.Install(insFlagApps), insNothingToDo) << "before the first package";
+  host.pen.Answer("pcGetPenletCount", 1, {.deed = abort});
+  EXPECT_EQ(host.Remove("Notes"), insSuccess) << "before the first penlet was removed";
+  EXPECT_EQ(host.pen.Calls("pcUninstallPenlet").size(), 2U);
+}
+
+TEST(Run, EndsWhenTheHostStopsAtThePackageThatWasHandledLast) {
+  ScriptedHost host(AutumnBundle());
+  host.pen.penlets = {MakePenlet({"writer", "9", "Notes", "9"}), MakePenlet({"notebook", "9", "Notes", "9"})};
+  host.answer = [](const Report& report) { return report.guid == "notebook"; };
+  EXPECT_EQ(host.Install(insFlagApps), insAborted);
+  EXPECT_EQ(host.pen.Calls("pcInstallPenlet").size(), 1U);
+  EXPECT_EQ(host.pen.Calls("pcGetPenletInfo").size(), 1U) << "nothing follows but the end";
+}
+
 TEST(Removal, UninstallsThePenletsOfOneGroupAndReportsEach) {
   ScriptedHost host(AutumnBundle());
   host.pen.penlets = {MakePenlet({"a", "1.1", "Notes", "", 1, 5, 0}), MakePenlet({"b", "1", "notes"}),
