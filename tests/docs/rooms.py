@@ -37,6 +37,12 @@ DOORS = {
     "Common/xml": "Common/Xml.h",
     "Common/zip": "Common/Zip.h",
 }
+# What no door shows is proved from inside: that both ways of inflating make the same, and which one was built in.
+PROOFS = {
+    "fuzz/InflateFuzz.cpp": "Common/zip",
+    "tests/bundle/InflationTest.cpp": "Common/zip",
+    "tests/host/ProgramTest.cpp": "Common/zip",
+}
 
 
 def within(path, folder):
@@ -50,7 +56,7 @@ def room_of(path):
 def fault(file, included):
     """What is wrong with this include, or None."""
     for room, door in DOORS.items():
-        if within(included, room) and not within(file, room) and file != door:
+        if within(included, room) and not within(file, room) and file != door and PROOFS.get(file) != room:
             return f"the door is {door}"
     room = room_of(file)
     if room in OUTSIDE or room_of(included) == room or any(within(included, use) for use in USES[room]):
