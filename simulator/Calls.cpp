@@ -24,6 +24,7 @@ void* g_hookContext = nullptr;
 int32_t g_count = 0;
 std::map<std::pair<std::string, uint64_t>, int32_t> g_counts;  // by function and pen, of all pens for 0
 std::deque<std::string> g_calls;
+std::string g_traced;  // the file of the trace that was written last
 
 struct Counted {
   int32_t number;      // of all calls
@@ -71,15 +72,48 @@ int32_t FindPenFault(const CallText& call) {
   return 0;
 }
 
-// One write per line, so that the lines of several processes stay whole.
-void WriteTrace(const std::string& file, const CallText& call, int32_t result, int64_t began) {
-  Json line = {{"time", began}, {"process", getpid()}, {"function", call.function}, {"pen", call.penHandle}};
-  line["arguments"] = call.arguments ? call.arguments() : Json::object();
-  line["result"] = result;
-  line["took"] = Now() - began;
-  const std::string text = line.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+// Whether this process has begun to write into the file just now.
+bool IsFirstIn(const std::string& file) {
+  const std::lock_guard lock(g_lock);
+  if (g_traced == file) return false;
+  g_traced = file;
+  return true;
+}
+
+std::string TextOf(trace::Line& line) {
+  line.Finish();
+  return {line.data(), line.size()};
+}
+
+std::string IntroductionText() {
+  trace::Line line;
+  line.Number("trace", 1).Number("process", getpid()).Number("time", Now() * 1000).Flag("simulator", true);
+  return TextOf(line);
+}
+
+std::string BeginText(const CallText& call, int32_t number, int64_t began) {
+  trace::Line line;
+  line.Number("begin", number).Number("process", getpid()).Number("thread", gettid()).Number("time", began * 1000);
+  line.Text("function", call.function, 32).Number("pen", call.penHandle).OpenObject("in");
+  if (call.arguments) call.arguments(line);
+  return TextOf(line);
+}
+
+std::string EndText(const CallText& call, int32_t number, int32_t result) {
+  trace::Line line;
+  line.Number("end", number).Number("process", getpid()).Number("time", Now() * 1000).Number("result", result);
+  line.OpenObject("out");
+  const bool isCount = call.penHandle == 0 && call.penId == 0 && call.channel == 0;
+  if (call.answers && (result == 0 || isCount)) call.answers(line, result);
+  return TextOf(line);
+}
+
+// One write per call, so that the lines of several processes stay whole.
+void WriteTrace(const std::string& file, const CallText& call, int32_t number, int32_t result, int64_t began) {
   const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
   if (descriptor < 0) return;
+  std::string text = IsFirstIn(file) ? IntroductionText() : "";
+  text += BeginText(call, number, began) + EndText(call, number, result);
   [[maybe_unused]] const ssize_t written = write(descriptor, text.data(), text.size());
   close(descriptor);
 }
@@ -117,7 +151,7 @@ int32_t RunCall(const CallText& call, const std::function<int32_t()>& body) {
     result = pbErrFolder;
   }
   Keep(call, result);
-  if (!trace.empty()) WriteTrace(trace, call, result, began);
+  if (!trace.empty()) WriteTrace(trace, call, counted.number, result, began);
   return result;
 }
 
@@ -145,6 +179,7 @@ void ForgetCalls() {
   g_count = 0;
   g_counts.clear();
   g_calls.clear();
+  g_traced.clear();
 }
 
 }  // namespace sim

@@ -7,16 +7,19 @@
 
 #include "simulator/Bench.h"
 #include "simulator/PenBench.h"
+#include "trace/Line.h"
 
 namespace sim {
 
 // One call of a pen function, for its trace.
 struct CallText {
   const char* function;
-  int32_t penHandle;                // 0 where the function takes none
-  std::function<Json()> arguments;  // made only when a trace is written, after the call
-  uint64_t penId = 0;               // where the function takes an id
-  int32_t channel = 0;              // where the function takes nothing else
+  int32_t penHandle;  // 0 where the function takes none
+  // Both are asked only when a trace is written, after the call; the answers when it did not fail.
+  std::function<void(trace::Line&)> arguments;
+  std::function<void(trace::Line&, int32_t result)> answers{};
+  uint64_t penId = 0;   // where the function takes an id
+  int32_t channel = 0;  // where the function takes nothing else
 };
 
 // Runs a pen function's body, which throws Problem to fail. Returns 0, what the body answers, or the error.

@@ -11,6 +11,7 @@
 #include "simulator/Problem.h"
 #include "simulator/SimClock.h"
 #include "simulator/Transfer.h"
+#include "trace/Members.h"
 
 namespace {
 
@@ -18,10 +19,6 @@ using namespace sim;
 
 Connections& Held() {
   return Connections::Instance();
-}
-
-const char* TextOrEmpty(const char* text) {
-  return text ? text : "";
 }
 
 template <typename Value>
@@ -147,9 +144,17 @@ int32_t Run(const CallText& call, const std::function<void()>& body) {
   });
 }
 
-int32_t Run(const char* function, int32_t penHandle, std::function<Json()> arguments,
-            const std::function<void()>& body) {
-  return Run({function, penHandle, std::move(arguments)}, body);
+using Arguments = std::function<void(trace::Line&)>;
+
+int32_t Run(const char* function, int32_t penHandle, Arguments arguments, const std::function<void()>& body,
+            std::function<void(trace::Line&, int32_t)> answers = nullptr) {
+  return Run({function, penHandle, std::move(arguments), std::move(answers)}, body);
+}
+
+// The answer in a place that the caller gives, for a trace.
+template <typename Value>
+auto NumberIn(const char* name, const Value* place) {
+  return [=](trace::Line& line, int32_t) { line.Number(name, *place); };
 }
 
 }  // namespace
@@ -157,53 +162,64 @@ int32_t Run(const char* function, int32_t penHandle, std::function<Json()> argum
 extern "C" {
 
 int32_t pcGetPenHandles(int32_t* handles, int32_t capacity) {
-  return RunCall({"pcGetPenHandles", 0,
-                  [=] {
-                    return Json{{"capacity", capacity}};
-                  }},
+  return RunCall({"pcGetPenHandles", 0, [=](trace::Line& line) { line.Number("capacity", capacity); },
+                  [=](trace::Line& line, int32_t count) { trace::TellHandles(line, handles, capacity, count); }},
                  [=] { return CountHandles(handles, capacity); });
 }
 
 int32_t pcGetPenId(int32_t penHandle, uint64_t* penId, const int32_t* channel, char* name, int32_t nameSize) {
   return Run(
       "pcGetPenId", penHandle,
-      [=] {
-        return channel ? Json{{"channel", *channel}} : Json::object();
+      [=](trace::Line& line) {
+        if (channel) line.Number("channel", *channel);
+        line.Number("nameSize", nameSize);
       },
-      [=] { TellId(penHandle, penId, channel, name, nameSize); });
+      [=] { TellId(penHandle, penId, channel, name, nameSize); },
+      [=](trace::Line& line, int32_t) {
+        line.Id("id", *penId);
+        if (name && nameSize > 0) line.Text("name", name, static_cast<size_t>(nameSize));
+      });
 }
 
 int32_t pcGetPenType(int32_t penHandle, int32_t* penType, int32_t channel, int32_t) {
-  return Run("pcGetPenType", penHandle, nullptr, [=] {
-    const PenPointer pen = PeekOnBus(penHandle);
-    if (channel != 0) Held().CheckChannel(channel, penHandle);
-    // Pens write the low 16 bits alone.
-    *Needed(penType) = (*penType & ~0xffff) | pen->type;
-  });
+  return Run(
+      "pcGetPenType", penHandle, [=](trace::Line& line) { line.Number("channel", channel); },
+      [=] {
+        const PenPointer pen = PeekOnBus(penHandle);
+        if (channel != 0) Held().CheckChannel(channel, penHandle);
+        // Pens write the low 16 bits alone.
+        *Needed(penType) = (*penType & ~0xffff) | pen->type;
+      },
+      NumberIn("type", penType));
 }
 
 int32_t pcGetPenState(int32_t penHandle, int32_t* state, int32_t channel, int32_t) {
-  return Run("pcGetPenState", penHandle, nullptr, [=] {
-    const bool download = PeekOnBus(penHandle)->InDownloadMode();
-    if (channel != 0) Held().CheckChannel(channel, penHandle);
-    *Needed(state) = download ? pcPenStateFirmwareDownload : pcPenStateNormal;
-  });
+  return Run(
+      "pcGetPenState", penHandle, [=](trace::Line& line) { line.Number("channel", channel); },
+      [=] {
+        const bool download = PeekOnBus(penHandle)->InDownloadMode();
+        if (channel != 0) Held().CheckChannel(channel, penHandle);
+        *Needed(state) = download ? pcPenStateFirmwareDownload : pcPenStateNormal;
+      },
+      NumberIn("state", state));
 }
 
-int32_t pcGetPenInfo(int32_t penHandle, int32_t channel, void*, int32_t, pcProgressFunction, void*) {
+int32_t pcGetPenInfo(int32_t penHandle, int32_t channel, void* buffer, int32_t bufferSize, pcProgressFunction progress,
+                     void*) {
   return Run(
       "pcGetPenInfo", penHandle,
-      [=] {
-        return Json{{"channel", channel}};
-      },
+      [=](trace::Line& line) { trace::TellTransfer(line, channel, buffer, bufferSize, progress); },
       [=] { Held().KeepVersion(penHandle, ToVersionInfo(*PeekOverChannel(penHandle, channel))); });
 }
 
 int32_t pcGetVersionInfo(int32_t penHandle, PenVersionInfo* info) {
-  return Run("pcGetVersionInfo", penHandle, nullptr, [=] {
-    PeekOnBus(penHandle);
-    *Needed(info) = Held().Version(penHandle);
-  });
+  return Run(
+      "pcGetVersionInfo", penHandle, nullptr,
+      [=] {
+        PeekOnBus(penHandle);
+        *Needed(info) = Held().Version(penHandle);
+      },
+      [=](trace::Line& line, int32_t) { trace::TellVersion(line, *info); });
 }
 
 uint32_t pcEnumeratePen(int32_t penHandle) {
@@ -216,69 +232,66 @@ uint32_t pcEnumeratePen(int32_t penHandle) {
 }
 
 int32_t pcRegisterVolatile(const char* name, uint64_t penId) {
-  const auto arguments = [=] { return Json{{"name", TextOrEmpty(name)}, {"id", IdText(penId)}}; };
-  return Run({"pcRegisterVolatile", 0, arguments, penId}, [=] { Held().Mark(Needed(name), penId); });
+  const auto arguments = [=](trace::Line& line) { line.Text("name", name, trace::kLongestText).Id("id", penId); };
+  return Run({"pcRegisterVolatile", 0, arguments, nullptr, penId}, [=] { Held().Mark(Needed(name), penId); });
 }
 
 int32_t pcUnRegisterVolatile(const char* name, uint64_t penId) {
-  const auto arguments = [=] { return Json{{"name", TextOrEmpty(name)}, {"id", IdText(penId)}}; };
-  return Run({"pcUnRegisterVolatile", 0, arguments, penId}, [=] { Held().Unmark(Needed(name), penId); });
+  const auto arguments = [=](trace::Line& line) { line.Text("name", name, trace::kLongestText).Id("id", penId); };
+  return Run({"pcUnRegisterVolatile", 0, arguments, nullptr, penId}, [=] { Held().Unmark(Needed(name), penId); });
 }
 
 int32_t pcStartObex(int32_t* channel, int32_t penHandle, int32_t timeoutMs) {
   return Run(
-      "pcStartObex", penHandle,
-      [=] {
-        return Json{{"timeout", timeoutMs}, {"channel", channel ? *channel : 0}};
-      },
+      "pcStartObex", penHandle, [=](trace::Line& line) { line.Number("timeout", timeoutMs); },
       [=] {
         const PenPointer pen = PeekOnBus(penHandle);
         if (pen->InDownloadMode()) throw Problem(pbErrDownloadMode);
         if (timeoutMs <= 0) throw Problem(pbErrArgument);
         *Needed(channel) = Held().OpenChannel(*pen);
-      });
+      },
+      NumberIn("channel", channel));
 }
 
 int32_t pcStopObex(int32_t channel) {
-  const auto arguments = [=] { return Json{{"channel", channel}}; };
-  return Run({"pcStopObex", 0, arguments, 0, channel}, [=] { Held().CloseChannel(channel); });
+  const auto arguments = [=](trace::Line& line) { line.Number("channel", channel); };
+  return Run({"pcStopObex", 0, arguments, nullptr, 0, channel}, [=] { Held().CloseChannel(channel); });
 }
 
-int32_t pcGetPenletInfo(int32_t penHandle, int32_t channel, void*, int32_t, pcProgressFunction, void*) {
+int32_t pcGetPenletInfo(int32_t penHandle, int32_t channel, void* buffer, int32_t bufferSize,
+                        pcProgressFunction progress, void*) {
   return Run(
       "pcGetPenletInfo", penHandle,
-      [=] {
-        return Json{{"channel", channel}};
-      },
+      [=](trace::Line& line) { trace::TellTransfer(line, channel, buffer, bufferSize, progress); },
       [=] { Held().KeepPenlets(*PeekOverChannel(penHandle, channel)); });
 }
 
 int32_t pcGetPenletCount(int32_t penHandle, int32_t* count) {
-  return Run("pcGetPenletCount", penHandle, nullptr, [=] {
-    PeekOnBus(penHandle);
-    *Needed(count) = Held().PenletCount(penHandle);
-  });
+  return Run(
+      "pcGetPenletCount", penHandle, nullptr,
+      [=] {
+        PeekOnBus(penHandle);
+        *Needed(count) = Held().PenletCount(penHandle);
+      },
+      NumberIn("count", count));
 }
 
 int32_t pcGetPenletItem(int32_t penHandle, int32_t index, PenletInfo* item) {
   return Run(
-      "pcGetPenletItem", penHandle,
-      [=] {
-        return Json{{"index", index}};
-      },
+      "pcGetPenletItem", penHandle, [=](trace::Line& line) { line.Number("index", index); },
       [=] {
         PeekOnBus(penHandle);
         *Needed(item) = Held().PenletItem(penHandle, index);
-      });
+      },
+      [=](trace::Line& line, int32_t) { trace::TellItem(line, *item); });
 }
 
 int32_t pcInstallPenlet(int32_t penHandle, int32_t channel, const char* file, const char* subject,
                         const char* signature, int32_t, pcProgressFunction progress, void* context) {
-  const auto arguments = [=] {
-    return Json{{"channel", channel},
-                {"file", TextOrEmpty(file)},
-                {"subject", TextOrEmpty(subject)},
-                {"signature", TextOrEmpty(signature)}};
+  const auto arguments = [=](trace::Line& line) {
+    line.Number("channel", channel).Flag("progress", progress != nullptr);
+    trace::TellFile(line, file);
+    line.Text("subject", subject, trace::kLongestText).Text("signature", signature, trace::kLongestText);
   };
   return Run("pcInstallPenlet", penHandle, arguments, [=] {
     InstallApp(penHandle, channel, Needed(file), {progress, context});
@@ -287,13 +300,9 @@ int32_t pcInstallPenlet(int32_t penHandle, int32_t channel, const char* file, co
 
 int32_t pcSetPenletAttrib(int32_t penHandle, int32_t channel, const char* guid, const PenletAttribute* attributes,
                           int32_t count) {
-  const auto arguments = [=] {
-    Json values = Json::object();
-    for (int32_t i = 0; attributes && i < count; ++i) {
-      values[std::to_string(attributes[i].id)] =
-          std::string(attributes[i].value, strnlen(attributes[i].value, sizeof attributes[i].value));
-    }
-    return Json{{"channel", channel}, {"guid", TextOrEmpty(guid)}, {"attributes", values}};
+  const auto arguments = [=](trace::Line& line) {
+    line.Number("channel", channel).Text("guid", guid, trace::kLongestText);
+    trace::TellAttributes(line, attributes, count);
   };
   return Run("pcSetPenletAttrib", penHandle, arguments, [=] {
     Bench bench;
@@ -312,7 +321,9 @@ int32_t pcSetPenletAttrib(int32_t penHandle, int32_t channel, const char* guid, 
 }
 
 int32_t pcUninstallPenlet(int32_t penHandle, int32_t channel, const char* guid) {
-  const auto arguments = [=] { return Json{{"channel", channel}, {"guid", TextOrEmpty(guid)}}; };
+  const auto arguments = [=](trace::Line& line) {
+    line.Number("channel", channel).Text("guid", guid, trace::kLongestText);
+  };
   return Run("pcUninstallPenlet", penHandle, arguments, [=] {
     Bench bench;
     Pen& pen = OverChannel(bench, penHandle, channel);
@@ -337,8 +348,9 @@ int32_t pcDfuDetach(int32_t penHandle, int32_t, int32_t) {
 int32_t pcDfuDownload(int32_t penHandle, const char* file, pcProgressFunction progress, void* context, int32_t) {
   return Run(
       "pcDfuDownload", penHandle,
-      [=] {
-        return Json{{"file", TextOrEmpty(file)}};
+      [=](trace::Line& line) {
+        line.Flag("progress", progress != nullptr);
+        trace::TellFile(line, file);
       },
       [=] {
         Download(penHandle, Needed(file), {progress, context});

@@ -1,80 +1,16 @@
 // The nineteen functions of the pen library, recorded and passed on to the library behind this one.
 #include "platform/Tessvik.h"
 
-#include <limits.h>
-#include <sys/stat.h>
-
 #include "trace/Call.h"
+#include "trace/Members.h"
 #include "trace/NextLibrary.h"
 #include "trace/Ticks.h"
 
 namespace {
 
-using trace::Call;
-using trace::Line;
-using trace::Ticks;
+using namespace trace;
 
-#define NEXT(function) reinterpret_cast<decltype(&(function))>(trace::FindNext(#function))
-
-constexpr size_t kLongestText = 1024;
-
-// Pointers are recorded where they are null, and only then.
-void TellNull(Line& line, const char* name, const void* pointer) {
-  if (!pointer) line.Null(name);
-}
-
-void TellFile(Line& line, const char* file) {
-  struct stat status {};
-  line.Text("file", file, PATH_MAX);
-  if (file && stat(file, &status) == 0) line.Number("bytes", status.st_size);
-}
-
-void TellTransfer(Line& line, int32_t channel, const void* buffer, int32_t bufferSize, pcProgressFunction progress) {
-  line.Number("channel", channel).Number("bufferSize", bufferSize);
-  TellNull(line, "buffer", buffer);
-  line.Flag("progress", progress != nullptr);
-}
-
-template <size_t kSize>
-void TellField(Line& line, const char* name, const char (&field)[kSize]) {
-  line.Text(name, field, kSize);
-}
-
-void TellItem(Line& line, const PenletInfo& item) {
-  TellField(line, "guid", item.guid);
-  TellField(line, "name", item.name);
-  TellField(line, "displayName", item.displayName);
-  TellField(line, "version", item.version);
-  line.Number("build", item.buildNumber).Number("present", item.present);
-  TellField(line, "group", item.groupName);
-  TellField(line, "groupVersion", item.groupVersion);
-  line.Unsigned("firstId", item.firstId).Unsigned("secondId", item.secondId);
-}
-
-void TellAttributes(Line& line, const PenletAttribute* attributes, int32_t count) {
-  constexpr int32_t most = 256;
-  line.Number("count", count);
-  if (!attributes) {
-    line.Null("attributes");
-    return;
-  }
-  line.OpenArray("attributes");
-  for (int32_t i = 0; i < count && i < most; ++i) {
-    line.OpenObject(nullptr).Number("number", attributes[i].id);
-    TellField(line, "value", attributes[i].value);
-    line.Close();
-  }
-  line.Close();
-}
-
-// Handles that are there: a count may be negative, or larger than what there was room for.
-void TellHandles(Line& line, const int32_t* handles, int32_t capacity, int32_t count) {
-  constexpr int32_t most = 256;
-  if (!handles) return;
-  line.OpenArray("handles");
-  for (int32_t i = 0; i < count && i < capacity && i < most; ++i) line.Number(nullptr, handles[i]);
-  line.Close();
-}
+#define NEXT(function) reinterpret_cast<decltype(&(function))>(FindNext(#function))
 
 }  // namespace
 
@@ -148,10 +84,7 @@ int32_t pcGetVersionInfo(int32_t penHandle, PenVersionInfo* info) {
   Call call("pcGetVersionInfo", penHandle);
   if (call) TellNull(call.line(), "info", info);
   const int32_t result = call.Make(NEXT(pcGetVersionInfo), penHandle, info);
-  if (call.HasAnswers(result) && info) {
-    TellField(call.line(), "version", info->firmwareVersion);
-    TellField(call.line(), "suffix", info->versionSuffix);
-  }
+  if (call.HasAnswers(result) && info) TellVersion(call.line(), *info);
   call.End();
   return result;
 }

@@ -27,6 +27,7 @@ struct Arguments {
   bool clear = false;
   std::string file;
   std::string fault;
+  bool strict = false;
 };
 
 int AddPen(const Arguments& arguments);

@@ -68,10 +68,11 @@ void AddBehaviour(CLI::App& app, Arguments& a) {
                                [&a] { return SetTrace(a); });
   trace->add_option("FILE", a.file, "The trace; lines are added to it")->type_name("");
   trace->add_flag("--stop", a.clear, "Stop writing");
-  CLI::App* replay = AddCommand(app, "replay", "Make the calls of a trace again and compare their results",
+  CLI::App* replay = AddCommand(app, "replay", "Build the pens of a trace, make its calls again and tell what differs",
                                 [&a] { return Replay(a); });
-  replay->add_option("FILE", a.file, "The trace")->required()->type_name("");
+  replay->add_option("FILE", a.file, "A report with a trace in it, or a trace")->required()->type_name("");
   replay->add_option("--fault", a.fault, "Fail a call this time: FUNCTION:CALL:ERROR")->type_name("F:N:E");
+  replay->add_flag("--strict", a.strict, "Give the pens no failures: each that was recorded has to come by itself");
   replay->add_flag("--json", a.json, "One JSON line for each call");
 }
 

@@ -3,6 +3,7 @@
 
 #include "tests/simulator/PenOnDesk.h"
 #include "tests/support/RunProgram.h"
+#include "trace/Recording.h"
 
 namespace {
 
@@ -73,6 +74,9 @@ TEST_F(Command, KeepsPens) {
 
 TEST_F(Command, SaysWhatIsWrongAndWhatToDo) {
   const std::string noTrace = files.Write("none", "not JSON\n");
+  const std::string trace = files.Write("trace", "{\"trace\":1}\n");
+  const std::string oddTrace =
+      files.Write("odd", "{\"begin\":1,\"function\":\"pcFly\",\"in\":{}}\n{\"end\":1,\"result\":0}\n");
   const struct {
     std::vector<std::string> arguments;
     int status;
@@ -91,8 +95,9 @@ TEST_F(Command, SaysWhatIsWrongAndWhatToDo) {
       {{"fault", "pcFly"}, 1, "pcFly"},
       {{"trace"}, 2, "--stop"},
       {{"replay", "/nowhere"}, 2, "/nowhere"},
-      {{"replay", noTrace}, 2, "line 1"},
-      {{"replay", noTrace, "--fault", "pcStartObex"}, 2, "FUNCTION:CALL:ERROR"},
+      {{"replay", noTrace}, 2, "no call of a pen library"},
+      {{"replay", trace, "--fault", "pcStartObex"}, 2, "FUNCTION:CALL:ERROR"},
+      {{"replay", oddTrace}, 2, "pcFly"},
       {{"dance"}, 2, "--help"},
       {{}, 2, "--help"},
   };
@@ -106,41 +111,15 @@ TEST_F(Command, SaysWhatIsWrongAndWhatToDo) {
 
 TEST_F(Command, TracesEveryCallOfEveryProcess) {
   const std::string trace = Record();
-  std::ifstream in(trace);
-  std::vector<Json> lines;
-  for (std::string line; std::getline(in, line);) lines.push_back(Json::parse(line));
-  ASSERT_GT(lines.size(), 15U);
-  EXPECT_EQ(lines[0]["function"], "pcRegisterVolatile");
-  EXPECT_EQ(lines[0]["arguments"], (Json{{"name", "Install"}, {"id", "0x2a"}}));
-  EXPECT_EQ(lines[0]["result"], 0);
-  EXPECT_TRUE(lines[0].contains("time") && lines[0].contains("process"));
+  const trace::Recording recording = trace::ReadRecordingFile(trace);
+  ASSERT_GT(recording.calls.size(), 15U);
+  EXPECT_EQ(recording.calls[0].function, "pcRegisterVolatile");
+  EXPECT_EQ(recording.calls[0].in, (Json{{"name", "Install"}, {"id", "0x2a"}}));
+  EXPECT_EQ(recording.calls[0].result, 0);
+  EXPECT_TRUE(recording.HasSimulatedPens(recording.calls[0].process));
   const std::string before = ReadWholeFile(trace);
   Handles();
   EXPECT_EQ(ReadWholeFile(trace), before) << "the trace was ended";
-}
-
-TEST_F(Command, PlaysATraceAgainWithAFaultWhenWanted) {
-  const std::string trace = Record();
-  const auto freshPen = [this] {
-    auto folder = std::make_unique<TempFolder>();
-    Out({"add", "--id", "0x50"}, folder->path());  // so that handles are not the recorded ones
-    Out({"unplug", "0x50"}, folder->path());
-    Out({"add", "--id", "0x2a", "--type", "2", "--firmware", "8.9.14.b1", "--penlet", "guid=clock", "--penlet",
-         "guid=notes"},
-        folder->path());
-    return folder;
-  };
-  auto desk = freshPen();
-  EXPECT_NE(Out({"replay", trace}, desk->path()).find(" 0 with another result"), std::string::npos);
-  const Json pen = Json::parse(Out({"show", "0x2a", "--json"}, desk->path()));
-  EXPECT_EQ(pen["firmware"], "8.9.15.b2");
-  EXPECT_EQ(pen["penlets"].back()["group"], "Art");
-
-  desk = freshPen();
-  const ProgramResult failed = Sim({"replay", trace, "--fault", "pcInstallPenlet:1:119"}, desk->path());
-  EXPECT_EQ(failed.status, 1);
-  EXPECT_NE(failed.out.find("pcInstallPenlet gave 119 and was recorded with 0"), std::string::npos) << failed.out;
-  EXPECT_NE(failed.out.find("pcSetPenletAttrib gave 111"), std::string::npos) << "what follows from it";
 }
 
 TEST_F(Command, IsDescribedWithEverySetting) {

@@ -35,4 +35,5 @@ complete -c tessvik-sim -x -n '__tessvik_sim_on fault' -l error -d 'The number t
 complete -c tessvik-sim -x -n '__tessvik_sim_on fault' -l pen -a '(__tessvik_sim_pens)' -d 'Only for this pen'
 complete -c tessvik-sim -f -n '__tessvik_sim_on fault' -l clear -d 'Forget all faults'
 complete -c tessvik-sim -f -n '__tessvik_sim_on trace' -l stop -d 'Stop writing'
+complete -c tessvik-sim -f -n '__tessvik_sim_on replay' -l strict -d 'Give the pens no failures'
 complete -c tessvik-sim -x -n '__tessvik_sim_on replay' -l fault -d 'Fail a call'
