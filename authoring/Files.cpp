@@ -47,7 +47,11 @@ void WriteFile(const std::string& path, std::string_view content) {
   FileHandle file(std::fopen(path.c_str(), "wb"));
   if (!file) Fail("write", path, errno, kRemedy);
   bool whole = std::fwrite(content.data(), 1, content.size(), file.get()) == content.size();
-  if (std::fclose(file.release()) != 0 || !whole) Fail("write", path, errno, kRemedy);
+  if (std::fclose(file.release()) == 0 && whole) return;
+  int error = errno;
+  std::error_code ignored;
+  std::filesystem::remove(path, ignored);  // half a file would pass for the whole one
+  Fail("write", path, error, kRemedy);
 }
 
 void SetModificationTime(const std::string& path, int64_t seconds) {

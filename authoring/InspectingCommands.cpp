@@ -108,9 +108,8 @@ const char* ToText(Severity severity) {
 
 void PrintFindings(const std::vector<Finding>& findings) {
   for (const Finding& finding : findings) {
-    std::string place = finding.line > 0 ? fmt::format("{}:{}", finding.file, finding.line) : finding.file;
-    Say("{}: {}: {} [{}]\n    {}\n", place, ToText(finding.rule->severity), finding.message, finding.rule->name,
-        finding.rule->remedy);
+    Say("{}: {}: {} [{}]\n    {}\n", PlaceOf(finding), ToText(finding.rule->severity), finding.message,
+        finding.rule->name, finding.rule->remedy);
   }
 }
 
@@ -195,7 +194,7 @@ void AddPlan(CLI::App& app) {
     loaded.RequireLoaded();
     json list = json::array();
     for (const PenDescription& pen : pens) {
-      const Plan plan = MakePlan(loaded, pen);
+      const Plan plan = MakePlan(loaded.bundle(), pen);
       list.push_back(DescribePlan(plan, pen));
       if (!arguments->asJson) Say("{}{}", list.size() > 1 ? "\n" : "", PlanText(plan, pen));
     }

@@ -92,6 +92,10 @@ std::vector<const LintRule*> AllLintRules() {
   return all;
 }
 
+std::string PlaceOf(const Finding& finding) {
+  return finding.line > 0 ? finding.file + ':' + std::to_string(finding.line) : finding.file;
+}
+
 std::vector<Finding> Lint(const LintInput& input) {
   std::vector<Finding> found;
   for (const LintRule* rule : AllLintRules()) {

@@ -94,6 +94,9 @@ std::span<const LintRule> ArchiveRules();
 std::span<const LintRule> SignatureRules();
 std::vector<const LintRule*> AllLintRules();
 
+// Where the finding is: "update.xml:12", or the file alone.
+std::string PlaceOf(const Finding& finding);
+
 // Runs every rule; findings are ordered by file, line and rule name. `certificates` may be empty.
 std::vector<Finding> Lint(const LintInput& input);
 

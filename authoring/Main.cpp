@@ -1,6 +1,8 @@
 // quarvel-bundle: makes, signs, inspects and checks bundles.
+#include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <string_view>
 
 #include "authoring/Commands.h"
 #include "authoring/Failure.h"
@@ -10,16 +12,11 @@ namespace {
 
 using authoring::ExitStatus;
 
-int Fail(ExitStatus status, const char* sentence) {
-  fmt::print(stderr, "quarvel-bundle: {}\n", authoring::Printable(sentence));
-  return static_cast<int>(status);
-}
-
 // One sentence, and where to read more.
-std::string UsageMessage(const CLI::App* app, const CLI::Error& error) {
+std::string UsageSentence(const CLI::App& app, const CLI::Error& error) {
   std::string command = "quarvel-bundle";
-  for (const CLI::App* chosen : app->get_subcommands()) command += " " + chosen->get_name();
-  return fmt::format("quarvel-bundle: {}. See \"{} --help\".\n", error.what(), command);
+  for (const CLI::App* chosen : app.get_subcommands()) command += " " + chosen->get_name();
+  return fmt::format("{}. See \"{} --help\".", error.what(), command);
 }
 
 constexpr const char* kExitStatuses =
@@ -30,11 +27,15 @@ constexpr const char* kExitStatuses =
     "  3  a file or folder cannot be read or written, or is not what the command needs\n"
     "  4  a key, certificate, passphrase or signature cannot be used";
 
-int Run(int argc, char** argv) {
+int Fail(ExitStatus status, const std::string& sentence, bool json) {
+  authoring::Complain(static_cast<int>(status), sentence, json);
+  return static_cast<int>(status);
+}
+
+int Run(int argc, char** argv, bool json) {
   CLI::App app("Makes, signs, inspects and checks bundles for digital pens.", "quarvel-bundle");
   app.require_subcommand(1);
   app.set_version_flag("--version", QUARVEL_VERSION);
-  app.failure_message(UsageMessage);
   authoring::AddMakingCommands(app);
   authoring::AddInspectingCommands(app);
   app.footer(kExitStatuses);
@@ -42,12 +43,14 @@ int Run(int argc, char** argv) {
     app.parse(argc, argv);
   } catch (const CLI::RuntimeError& error) {
     return error.get_exit_code();
+  } catch (const CLI::Success& help) {
+    return app.exit(help);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? static_cast<int>(ExitStatus::kDone) : static_cast<int>(ExitStatus::kUsage);
+    return Fail(ExitStatus::kUsage, UsageSentence(app, error), json);
   } catch (const authoring::Failure& failure) {
-    return Fail(failure.status(), failure.what());
+    return Fail(failure.status(), failure.what(), json);
   } catch (const std::exception& unexpected) {
-    return Fail(ExitStatus::kFile, unexpected.what());
+    return Fail(ExitStatus::kFile, unexpected.what(), json);
   }
   return static_cast<int>(ExitStatus::kDone);
 }
@@ -56,8 +59,10 @@ int Run(int argc, char** argv) {
 
 // What was said has not reached anybody before the stream is flushed.
 int main(int argc, char** argv) {
-  int status = Run(argc, argv);
+  authoring::PrepareStreams();
+  bool json = std::find(argv, argv + argc, std::string_view("--json")) != argv + argc;
+  int status = Run(argc, argv, json);
   bool lost = fflush(stdout) != 0;
-  return lost && status == 0 ? Fail(ExitStatus::kFile, "Standard output cannot be written; write it elsewhere.")
+  return lost && status == 0 ? Fail(ExitStatus::kFile, "Standard output cannot be written; write it elsewhere.", false)
                              : status;
 }

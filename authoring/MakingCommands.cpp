@@ -3,9 +3,11 @@
 #include <array>
 
 #include "authoring/Commands.h"
+#include "authoring/Contents.h"
 #include "authoring/Failure.h"
 #include "authoring/Files.h"
 #include "authoring/Init.h"
+#include "authoring/Lint.h"
 #include "authoring/Mutate.h"
 #include "authoring/Output.h"
 #include "authoring/Pack.h"
@@ -47,11 +49,39 @@ void AddInit(CLI::App& app) {
   });
 }
 
+// What the folder's bundle would not install, or not on every machine, is not packed unless told otherwise.
+void RequireSound(const std::string& folder, const Certificate& certificate, bool anyway) {
+  std::unique_ptr<Contents> contents = Contents::Open(folder);
+  std::vector<Certificate> certificates;
+  certificates.push_back(Certificate::FromPem(certificate.pem(), certificate.origin()));
+  LintInput input(*contents, std::move(certificates));
+  std::vector<Finding> findings = Lint(input);
+  size_t errors = 0;
+  for (const Finding& finding : findings) {
+    bool error = finding.rule->severity == Severity::kError;
+    bool dates = std::string_view(finding.rule->name) == "certificate-out-of-dates";
+    if (!error && !dates) continue;
+    errors += error ? 1 : 0;
+    Warn(fmt::format("{}: {}: {} [{}]", PlaceOf(finding), error ? "error" : "warning", finding.message,
+                     finding.rule->name));
+  }
+  if (errors == 0 || anyway) return;
+  throw Failure(ExitStatus::kFindings,
+                fmt::format("{} has {} error(s), as \"quarvel-bundle lint\" explains them; correct them, or give "
+                            "--despite-errors to pack it all the same.",
+                            folder, errors));
+}
+
+void AddDespiteErrors(CLI::App& command, bool& anyway) {
+  command.add_flag("--despite-errors", anyway, "Make the bundle although lint finds errors");
+}
+
 void AddPack(CLI::App& app) {
   struct Arguments {
     std::string folder;
     std::string output;
     SignerArguments signer;
+    bool anyway = false;
   };
   auto arguments = std::make_shared<Arguments>();
   CLI::App* command = app.add_subcommand("pack", "Sign a folder's files, make a bundle of them and verify it");
@@ -60,10 +90,12 @@ void AddPack(CLI::App& app) {
       ->type_name("");
   command->add_option("-o,--output", arguments->output, "Bundle to write")->required()->type_name("FILE");
   arguments->signer.AddTo(*command, true);
+  AddDespiteErrors(*command, arguments->anyway);
   command->footer(
       "The same folder, key and certificate give the same bytes. A bundle that does not verify is not kept.");
   command->callback([arguments] {
     Signer signer = arguments->signer.Load();
+    RequireSound(arguments->folder, signer.certificate(), arguments->anyway);
     Pack(arguments->folder, signer, arguments->output);
     Say("Wrote and verified {}, signed by {}\n", arguments->output, signer.certificate().Subject());
   });
@@ -99,6 +131,7 @@ void AddAttach(CLI::App& app) {
     std::string digests;
     std::string certificate;
     std::string output;
+    bool anyway = false;
   };
   auto arguments = std::make_shared<Arguments>();
   CLI::App* command = app.add_subcommand("attach", "Make a bundle with signatures that were made elsewhere");
@@ -110,8 +143,10 @@ void AddAttach(CLI::App& app) {
       ->type_name("DIGESTS");
   command->add_option("--cert", arguments->certificate, "Signer's certificate, PEM")->required()->type_name("CERT.pem");
   command->add_option("-o,--output", arguments->output, "Bundle to write")->required()->type_name("FILE");
+  AddDespiteErrors(*command, arguments->anyway);
   command->callback([arguments] {
     Certificate certificate = Certificate::FromFile(arguments->certificate);
+    RequireSound(arguments->folder, certificate, arguments->anyway);
     Attach(arguments->folder, arguments->digests, certificate, arguments->output);
     Say("Wrote and verified {}, signed by {}\n", arguments->output, certificate.Subject());
   });

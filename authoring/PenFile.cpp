@@ -36,6 +36,8 @@ PenletInfo ReadPenlet(const json& object) {
   return penlet;
 }
 
+}  // namespace
+
 PenDescription ReadPen(const json& object, const std::string& file) {
   PenDescription pen;
   pen.name = object.at("name").get<std::string>();
@@ -55,8 +57,6 @@ PenDescription ReadPen(const json& object, const std::string& file) {
   }
   return pen;
 }
-
-}  // namespace
 
 std::vector<PenDescription> ReadPens(const std::string& file) {
   const std::string text = ReadFile(file);

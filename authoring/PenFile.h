@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <map>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
 
@@ -22,6 +23,9 @@ struct PenDescription {
 
   PenContents Contents() const { return {firmware, penlets}; }
 };
+
+// One pen of such a document, which messages call `origin`. Throws Failure (kFile) when it could not be read.
+PenDescription ReadPen(const nlohmann::json& object, const std::string& origin);
 
 // Throws Failure (kFile) when the file is none of that kind or a pen in it could not be read.
 std::vector<PenDescription> ReadPens(const std::string& file);

@@ -4,7 +4,9 @@
 
 #include <algorithm>
 
+#include "Common/StringUtil.h"
 #include "authoring/Info.h"
+#include "authoring/LoadedBundle.h"
 #include "installer/updater/InstallDecisions.h"
 
 namespace authoring {
@@ -57,24 +59,36 @@ std::string Reason(const InstallDecision& decision, const BundlePackage& package
 // The packages that the pen's type gets, in transfer order, and how the run goes through them.
 class Run {
  public:
-  Run(const LoadedBundle& loaded, const PenDescription& pen) : m_pen(pen) {
-    loaded.bundle().GetPenPackages(pen.type, "", m_packages, nullptr, true, true);
+  Run(CBundle& bundle, const PenDescription& pen, const PlanChoice& choice) : m_pen(pen), m_force(choice.force) {
+    bundle.GetPenPackages(pen.type, choice.group, m_packages, nullptr, choice.firmware, choice.applications);
     m_afterFirmware = std::find_if(m_packages.begin(), m_packages.end(),
                                    [](const BundlePackage* package) { return package->type != BndPakFirmware; }) -
                       m_packages.begin();
-    if (m_packages.empty()) {
+    if (pen.id.empty()) {
+      m_result = insPenFailure;
+    } else if (m_packages.empty()) {
       m_result = insNoResource;
-    } else if (pen.isReadable && !NeedToUpdate(m_packages, pen.Contents())) {
+    } else if (pen.isReadable && !m_force && !NeedToUpdate(m_packages, pen.Contents())) {
       m_result = insNothingToDo;
     }
   }
 
   InsResCode result() const { return m_result; }
+  bool Selects(const BundlePackage* package) const {
+    return std::find(m_packages.begin(), m_packages.end(), package) != m_packages.end();
+  }
 
   PlannedPackage Judge(const BundlePackage* package) const {
+    if (m_result == insPenFailure) {
+      return {package, PlannedAction::kFail,
+              "a pen that tells no id is not installed on; disconnect it and connect it again"};
+    }
     const auto place = std::find(m_packages.begin(), m_packages.end(), package);
     if (place == m_packages.end()) {
-      return {package, PlannedAction::kSkip, fmt::format("its group is not for pens of type {}", m_pen.type)};
+      return {package, PlannedAction::kSkip,
+              CBundle::MatchPenType(*package->group, m_pen.type)
+                  ? "it is not asked for"
+                  : fmt::format("its group is not for pens of type {}", m_pen.type)};
     }
     return place - m_packages.begin() < m_afterFirmware ? JudgeFirmware(package) : JudgeApplication(package);
   }
@@ -93,7 +107,9 @@ class Run {
       return {package, PlannedAction::kFail,
               fmt::format("its file type is none that a pen takes ({})", static_cast<int>(insUnknownPackage))};
     }
-    if (!m_pen.isReadable) return {package, PlannedAction::kUndecided, "the pen is asked once its firmware is in"};
+    if (!m_pen.isReadable && !m_force) {
+      return {package, PlannedAction::kUndecided, "the pen is asked once its firmware is in"};
+    }
     PlannedPackage planned = Compare(package);
     if (package->type == BndPakFirmware && planned.action == PlannedAction::kInstall) {
       planned.action = PlannedAction::kFail;
@@ -103,6 +119,7 @@ class Run {
   }
 
   PlannedPackage Compare(const BundlePackage* package) const {
+    if (m_force) return {package, PlannedAction::kInstall, "it is forced"};
     const InstallDecision decision = DecideInstall(*package, m_pen.Contents());
     const bool installs = m_result == insSuccess && decision.Installs();
     return {package, installs ? PlannedAction::kInstall : PlannedAction::kSkip, Reason(decision, *package, m_pen),
@@ -110,6 +127,7 @@ class Run {
   }
 
   const PenDescription& m_pen;
+  bool m_force;
   std::vector<BundlePackage*> m_packages;
   std::ptrdiff_t m_afterFirmware = 0;  // the first that is not leading firmware
   InsResCode m_result = insSuccess;
@@ -121,11 +139,31 @@ const char* Meaning(const Plan& plan) {
 
 }  // namespace
 
-Plan MakePlan(const LoadedBundle& loaded, const PenDescription& pen) {
-  const Run run(loaded, pen);
-  Plan plan{run.result(), {}};
-  for (const BundlePackage* package : loaded.Packages()) plan.packages.push_back(run.Judge(package));
+Plan MakePlan(CBundle& bundle, const PenDescription& pen, const PlanChoice& choice) {
+  const Run run(bundle, pen, choice);
+  Plan plan{run.result(), {}, 0, false};
+  std::vector<BundlePackage*> all;
+  bundle.GetPenPackages(0, "", all, nullptr, true, true);
+  for (const BundlePackage* package : all) {
+    plan.packages.push_back(run.Judge(package));
+    plan.packages.back().selected = run.Selects(package);
+    if (plan.packages.back().action != PlannedAction::kInstall) continue;
+    plan.bytes += static_cast<uint32_t>(package->fileSize);
+    plan.firmware = plan.firmware || package->type == BndPakFirmware;
+  }
   return plan;
+}
+
+bool HoldsGroups(CBundle& bundle, const PenDescription& pen, const PlanChoice& choice) {
+  std::vector<BundleGroup*> groups;
+  bundle.GetPenGroups(pen.type, choice.group, groups);
+  return std::none_of(pen.penlets.begin(), pen.penlets.end(), [&groups](const auto& entry) {
+    const PenletInfo& penlet = entry.second;
+    return std::any_of(groups.begin(), groups.end(), [&penlet](const BundleGroup* group) {
+      return group->name == FieldText(penlet.groupName) &&
+             CStringUtil::CompareVersion(group->version, FieldText(penlet.groupVersion)) > 0;
+    });
+  });
 }
 
 json DescribePlan(const Plan& plan, const PenDescription& pen) {
@@ -146,6 +184,8 @@ json DescribePlan(const Plan& plan, const PenDescription& pen) {
           {"type", pen.type},
           {"result", plan.result},
           {"meaning", Meaning(plan)},
+          {"bytes", plan.bytes},
+          {"firmware", plan.firmware},
           {"packages", packages}};
 }
 

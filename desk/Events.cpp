@@ -1,5 +1,6 @@
 #include "desk/Events.h"
 
+#include <cmath>
 #include <nlohmann/json.hpp>
 
 #include "desk/PenRun.h"
@@ -14,9 +15,28 @@ Json ToJson(const PackageRow& row) {
           {"group", row.group}, {"fileType", row.fileType}, {"outcome", row.outcome}, {"reason", row.reason}};
 }
 
+Json ToJson(const PenLeft& left) {
+  bool normal = left.state == PenState::kNormal;
+  return {{"state", NameOf(left.state)},
+          {"tellsId", left.state != PenState::kDownloadNoId && left.state != PenState::kGone},
+          {"firmware", normal ? Json(left.firmware) : Json(nullptr)},
+          {"applications", normal ? Json(left.applications) : Json(nullptr)},
+          {"meaning", WordsOf(left)}};
+}
+
+Json FailureEvent(ExitStatus status, std::string_view sentence) {
+  return {{"schema", 1},         {"event", "result"},       {"pen", nullptr},
+          {"code", nullptr},     {"class", NameOf(status)}, {"exit", static_cast<int>(status)},
+          {"meaning", sentence}, {"time", TimeText()}};
+}
+
 void EventLog::Write(std::string_view event, const Json& fields) {
   Json whole{{"schema", 1}, {"event", event}};
   whole.update(fields);
+  Hand(whole);
+}
+
+void EventLog::Hand(const Json& whole) {
   std::string line = ToLine(whole);
   std::lock_guard<std::mutex> guard(m_lock);
   for (const Sink& sink : m_sinks) sink(line);
@@ -42,19 +62,16 @@ void EventLog::WriteResult(const Json& pen, const RunEnd& end) {
                    {"class", NameOf(end.status)},
                    {"exit", static_cast<int>(end.status)},
                    {"meaning", text.meaning},
-                   {"remedy", text.remedy},
+                   {"remedy", end.Remedy()},
                    {"detail", end.detail},
+                   {"left", end.left ? ToJson(*end.left) : Json(nullptr)},
                    {"packages", rows},
+                   {"seconds", std::round(end.seconds * 10) / 10},
                    {"time", TimeText()}});
 }
 
 void EventLog::WriteFailure(ExitStatus status, std::string_view sentence) {
-  Write("result", {{"pen", nullptr},
-                   {"code", nullptr},
-                   {"class", NameOf(status)},
-                   {"exit", static_cast<int>(status)},
-                   {"meaning", sentence},
-                   {"time", TimeText()}});
+  Hand(FailureEvent(status, sentence));
 }
 
 void EventLog::OnStarted(const PenRun& run) {

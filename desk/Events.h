@@ -13,6 +13,9 @@
 #include "desk/RunObserver.h"
 
 Json ToJson(const PackageRow& row);
+Json ToJson(const PenLeft& left);
+// What a program says that ends before or beside any run: a "result" without pen and code.
+Json FailureEvent(ExitStatus status, std::string_view sentence);
 
 // Turns what runs report into events and hands each to the sinks. Any thread may call.
 class EventLog : public RunObserver {
@@ -40,6 +43,8 @@ class EventLog : public RunObserver {
   void OnEnded(const PenRun& run, const RunEnd& end) override;
 
  private:
+  void Hand(const Json& whole);
+
   std::string m_log;
   std::mutex m_lock;  // held while the sinks are called
   std::vector<Sink> m_sinks;

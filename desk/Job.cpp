@@ -7,6 +7,7 @@ Job InstallJob(std::string bundleFile, std::shared_ptr<const LoadedBundle> bundl
   job.bundle = std::move(bundleFile);
   job.group = configuration->Group();
   job.firmware = configuration->TakesFirmware();
+  job.forced = ((**configuration).flags & insFlagForce) != 0;
   job.function = "insStartInstall";
   job.call = [bundle = std::move(bundle), configuration = std::move(configuration)](
                  int32_t* penHandle, PenUpdateProgressCallback callback, void* userData) {

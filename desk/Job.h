@@ -6,8 +6,11 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "desk/LoadedBundle.h"
+#include "desk/PackageList.h"
+#include "desk/PenList.h"
 #include "installer/QuarvelPublic.h"
 
 struct Job {
@@ -16,9 +19,12 @@ struct Job {
   std::string group;
   bool removes = false;
   bool firmware = false;      // firmware may be installed, so that the pen may leave the bus
+  bool forced = false;        // nothing is compared with what the pen holds
   std::string function = "";  // the exported function, as the log names it
   // Takes the pen's handle, which it may change, and the callback with its user data.
   std::function<InsResCode(int32_t* penHandle, PenUpdateProgressCallback callback, void* userData)> call;
+  // The packages that an install comes to on this pen when nothing stops it, where that is known.
+  std::function<std::vector<PackageRow>(const Pen& pen)> expect;
 };
 
 Job InstallJob(std::string bundleFile, std::shared_ptr<const LoadedBundle> bundle,

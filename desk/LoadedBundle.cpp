@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "desk/Failure.h"
+#include "desk/FreshCopy.h"
 
 namespace {
 
@@ -30,10 +31,21 @@ std::string ReadCertificate(const std::string& file) {
   return text;
 }
 
+// What was unpacked before under the same name may be another bundle's.
+std::string StaleNote(InsResCode code, const std::string& unpackedBefore) {
+  bool mayBeStale = code == insBadSignature || code == insNoSignature || code == insBadManifest;
+  if (!mayBeStale || unpackedBefore.empty()) return "";
+  return fmt::format(
+      " (The folder {} was there before, perhaps from another bundle of this size and date: try --fresh)",
+      unpackedBefore);
+}
+
 // Ends what is done when a call on this thread, whose log line is given, did not succeed.
-void Require(InsResCode code, const LogReader& log, std::string_view function, const std::string& logLine) {
+void Require(InsResCode code, const LogReader& log, std::string_view function, const std::string& logLine,
+             const std::string& unpackedBefore) {
   if (code == insSuccess) return;
-  throw CallFailure(code, DetailOf(log.LinesOfCall(LogThreadName(), function, logLine)));
+  std::string detail = DetailOf(log.LinesOfCall(LogThreadName(), function, logLine).lines);
+  throw CallFailure(code, detail + StaleNote(code, unpackedBefore));
 }
 
 }  // namespace
@@ -51,12 +63,15 @@ Configuration::Configuration(const InstallChoice& choice) : m_group(choice.group
 }
 
 LoadedBundle::LoadedBundle(const LogReader& log, const std::string& file, const Configuration& configuration) {
+  std::string folder = UnpackedFolder(file);
+  std::error_code unknown;
+  if (!folder.empty() && !std::filesystem::exists(folder, unknown)) folder.clear();
   InsResCode loaded = insLoadBundle(file.c_str(), &m_handle);
-  Require(loaded, log, "insLoadBundle", fmt::format("Ret={}, BundleFile={}", loaded, file));
+  Require(loaded, log, "insLoadBundle", fmt::format("Ret={}, BundleFile={}", loaded, file), folder);
   InsResCode valid = insVerifyBundle(m_handle, &*configuration);
   if (valid == insSuccess) return;
   int handle = std::exchange(m_handle, 0);
   std::string line = fmt::format("Ret={}, bundleHandle={}", valid, handle);
   insReleaseBundle(handle);
-  Require(valid, log, "insVerifyBundle", line);
+  Require(valid, log, "insVerifyBundle", line, folder);
 }

@@ -31,6 +31,29 @@ uint64_t SizeOf(const std::string& file) {
   return error ? 0 : size;
 }
 
+bool IsReadable(const std::string& file) {
+  std::error_code error;
+  return std::filesystem::is_regular_file(file, error);
+}
+
+// The first line of a call, or the last one of the call before it.
+bool BoundsCall(const LogLine& line) {
+  return IsExported(line) &&
+         (line.message.starts_with("+") || line.message.starts_with("-Ret=") || line.message.starts_with("Ret="));
+}
+
+// Lines that tell what followed from an earlier line, where there is one.
+bool IsConsequence(const LogLine& line) {
+  return line.message.starts_with("Unable cache pen and penlet information") ||
+         line.message.starts_with("Verify UpdateXML failed");
+}
+
+// An exported function tells of a failing pen library in its own lines alone.
+bool TellsFailure(const LogLine& line) {
+  if (IsExported(line)) return line.message.find("Unable ") != std::string::npos;
+  return line.tag != "CheckToInstall" && !line.message.starts_with("Abort.");
+}
+
 }  // namespace
 
 std::string LogThreadName() {
@@ -48,10 +71,11 @@ std::optional<LogLine> ParseLogLine(std::string_view line) {
 }
 
 std::string DetailOf(const std::vector<LogLine>& lines) {
-  auto line = std::find_if(lines.rbegin(), lines.rend(), [](const LogLine& each) {
-    return !IsExported(each) && each.tag != "CheckToInstall" && !each.message.starts_with("Abort.");
-  });
-  return line == lines.rend() ? "" : line->message;
+  auto last = std::find_if(lines.rbegin(), lines.rend(), TellsFailure);
+  if (last == lines.rend()) return "";
+  if (!IsConsequence(*last)) return last->message;
+  auto cause = std::find_if(last + 1, lines.rend(), TellsFailure);
+  return cause == lines.rend() ? last->message : cause->message;
 }
 
 // The library drops what it cannot write, so it is tried first.
@@ -62,6 +86,12 @@ LogReader OpenLog(const std::string& file) {
   if (path.size() > longestPath) {
     throw Failure(ExitStatus::kUsage,
                   fmt::format("The log's path is longer than {} bytes; choose another with --log.", longestPath));
+  }
+  std::error_code unknown;
+  if (std::filesystem::is_fifo(path, unknown) || std::filesystem::is_socket(path, unknown)) {
+    throw Failure(ExitStatus::kUsage, fmt::format("The log {} is a pipe or socket, at which the library might wait for "
+                                                  "ever; name a file with --log.",
+                                                  path));
   }
   if (!std::ofstream(path, std::ios::app)) {
     throw Failure(ExitStatus::kUsage,
@@ -75,31 +105,43 @@ LogReader OpenLog(const std::string& file) {
 LogReader::LogReader(std::string file) : m_file(std::move(file)), m_begin(SizeOf(m_file)) {}
 
 // A file that is smaller than it was has been trimmed, and all of it is looked at.
-std::vector<LogLine> LogReader::LinesOf(const std::string& thread) const {
+std::vector<LogLine> LogReader::LinesOf(const std::string& thread, uint64_t since) const {
+  constexpr uint64_t most = 32 << 20;
   std::vector<LogLine> lines;
+  if (!IsReadable(m_file)) return lines;
   std::ifstream in(m_file, std::ios::binary);
-  if (SizeOf(m_file) >= m_begin) in.seekg(static_cast<std::streamoff>(m_begin));
-  for (std::string text; std::getline(in, text);) {
+  uint64_t size = SizeOf(m_file);
+  uint64_t begin = size >= since ? since : 0;
+  if (size - begin > most) begin = size - most;
+  in.seekg(static_cast<std::streamoff>(begin));
+  uint64_t read = 0;
+  for (std::string text; read < most && std::getline(in, text); read += text.size() + 1) {
     std::optional<LogLine> line = ParseLogLine(text);
     if (line && line->thread == thread) lines.push_back(std::move(*line));
   }
   return lines;
 }
 
-std::vector<LogLine> LogReader::LinesOfCall(const std::string& thread, std::string_view function,
-                                            std::string_view lastLine) const {
+uint64_t LogReader::Mark() const {
+  return IsReadable(m_file) ? SizeOf(m_file) : 0;
+}
+
+CallLines LogReader::LinesOfCall(const std::string& thread, std::string_view function, std::string_view lastLine,
+                                 uint64_t since) const {
   constexpr std::chrono::milliseconds step(50);
   constexpr int steps = 50;
-  for (int i = 0; i < steps; ++i) {
-    std::vector<LogLine> lines = LinesOf(thread);
+  uint64_t from = std::max(since, m_begin);
+  for (int i = 0; i < steps && IsReadable(m_file); ++i) {
+    std::vector<LogLine> lines = LinesOf(thread, from);
     auto last = std::find_if(lines.rbegin(), lines.rend(), [&](const LogLine& each) {
       return each.tag == function && each.message.starts_with(lastLine);
     });
     if (last != lines.rend()) {
-      auto before = std::find_if(last + 1, lines.rend(), IsExported);
-      return {before.base(), last.base()};
+      auto before = std::find_if(last + 1, lines.rend(), BoundsCall);
+      bool whole = before != lines.rend();
+      return {{before.base(), last.base()}, whole};
     }
     std::this_thread::sleep_for(step);
   }
-  return LinesOf(thread);
+  return {LinesOf(thread, from), false};
 }

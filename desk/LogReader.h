@@ -21,8 +21,14 @@ struct LogLine {
 std::string LogThreadName();
 // Nothing for a text that is not a log's line.
 std::optional<LogLine> ParseLogLine(std::string_view line);
-// The line that tells most about a failure: the last one that no exported function wrote and that is no skip.
+// What the log says of a failure: its cause and, where that is another line, what it led to. Empty when no line tells.
 std::string DetailOf(const std::vector<LogLine>& lines);
+
+// What one call of the library wrote.
+struct CallLines {
+  std::vector<LogLine> lines;
+  bool whole = false;  // all of it is there; otherwise nothing follows from a line that is missing
+};
 
 // Switches the library's log on, into `file`, and gives its reader. Throws a Failure when the file cannot be written.
 class LogReader;
@@ -35,13 +41,15 @@ class LogReader {
 
   // The lines that `thread` wrote within its call of the exported `function`, which ends with a line that begins with
   // `lastLine`. The library flushes its log once a second; waits as long as that takes, and gives what there is when
-  // the last line does not come.
-  std::vector<LogLine> LinesOfCall(const std::string& thread, std::string_view function,
-                                   std::string_view lastLine) const;
+  // the last line does not come. A log that is no regular file is not read, and of any other 32 MiB at most.
+  CallLines LinesOfCall(const std::string& thread, std::string_view function, std::string_view lastLine,
+                        uint64_t since = 0) const;
+  // Where the log ends now, for a call that begins: threads' names come again, so older lines must not count.
+  uint64_t Mark() const;
   const std::string& File() const { return m_file; }
 
  private:
-  std::vector<LogLine> LinesOf(const std::string& thread) const;
+  std::vector<LogLine> LinesOf(const std::string& thread, uint64_t since) const;
 
   std::string m_file;
   uint64_t m_begin;

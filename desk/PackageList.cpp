@@ -80,25 +80,46 @@ PackageRow& PackageList::Take(const PenUpdateProgressCallbackInfo& info) {
 }
 
 bool PackageList::NeedLog() const {
-  return std::any_of(m_rows.begin(), m_rows.end(),
-                     [](const PackageRow& row) { return row.error == insSuccess && row.completions < 2; });
+  return std::any_of(m_rows.begin(), m_rows.end(), [](const PackageRow& row) {
+    return row.error == insSuccess && !row.transferred && row.completions < 2;
+  });
 }
 
-void PackageList::ConcludeInstall(InsResCode result, const std::vector<LogLine>& lines) {
-  std::vector<LogLine> remaining = lines;
+void PackageList::ConcludeInstall(InsResCode result, bool forced, const CallLines& log,
+                                  const std::vector<PackageRow>& expected) {
+  std::vector<LogLine> remaining = log.lines;
   bool wentThrough = result == insSuccess || result == insVerifyPenFailed;
   for (PackageRow& row : m_rows) {
-    std::string reason = row.transferred ? "" : TakeSkipReason(remaining, row.file);
+    // The library is through with every package but the last, and with that when it went through.
+    bool handled = row.completions > 1 || (row.completions == 1 && (wentThrough || &row != &m_rows.back()));
+    bool sent = row.transferred || row.completions > 1;
+    std::string reason = sent ? "" : TakeSkipReason(remaining, row.file);
     if (row.error != insSuccess) {
       Conclude(row, "failed", TextOf(row.error).meaning);
     } else if (!reason.empty()) {
       Conclude(row, "skipped", reason);
-    } else if (row.completions > 1 || wentThrough) {
+    } else if (handled && !sent && !forced && !log.whole) {
+      Conclude(row, "skipped", "the log that tells why cannot be read");
+    } else if (handled) {
       Conclude(row, "installed");
+    } else if (row.completions == 1 && !sent && !forced && !log.whole) {
+      Conclude(row, "unknown", "skipped, or sent and not confirmed; the log that tells cannot be read");
     } else {
       Conclude(row, "not finished",
                row.completions > 0 ? "sent, but not confirmed by the pen" : "the run ended before");
     }
+  }
+  if (result != insNothingToDo) AddUnreached(expected);
+}
+
+void PackageList::AddUnreached(const std::vector<PackageRow>& expected) {
+  for (const PackageRow& row : expected) {
+    auto same = [&row](const PackageRow& each) {
+      return each.file == row.file && each.guid == row.guid && each.group == row.group;
+    };
+    if (std::any_of(m_rows.begin(), m_rows.end(), same)) continue;
+    m_rows.push_back(row);
+    Conclude(m_rows.back(), "not reached", "the run ended before");
   }
 }
 

@@ -26,7 +26,7 @@ struct PackageRow {
   bool finished = false;     // the library is through with it, installed or not
   InsResCode error = insSuccess;
   // Filled by Conclude.
-  std::string outcome;  // "installed", "skipped", "failed", "not finished", "removed"
+  std::string outcome;  // "installed", "skipped", "failed", "not finished", "not reached", "removed", "unknown"
   std::string reason;
 };
 
@@ -38,11 +38,13 @@ class PackageList {
   bool IsFinished(std::string_view path) const {
     return !m_rows.empty() && m_rows.back().finished && m_rows.back().path == path;
   }
-  // Whether the reports leave open what became of a package: one that is reported complete once was skipped, or sent in
-  // one piece and not confirmed.
+  // Whether the log has something to add: why a package was skipped.
   bool NeedLog() const;
-  // Gives every package of an install its outcome, from the reports and from the log lines of the run.
-  void ConcludeInstall(InsResCode result, const std::vector<LogLine>& lines);
+  // Gives every package of an install its outcome. The reports tell a transfer from a skip: a package that is sent is
+  // reported before it is through. The log adds the reason. `expected` are the packages that the run was to come to;
+  // those that it did not come to are added.
+  void ConcludeInstall(InsResCode result, bool forced, const CallLines& log,
+                       const std::vector<PackageRow>& expected = {});
   void ConcludeRemoval();
 
   const std::vector<PackageRow>& Rows() const { return m_rows; }
@@ -51,6 +53,7 @@ class PackageList {
 
  private:
   PackageRow& Find(const PenUpdateProgressCallbackInfo& info);
+  void AddUnreached(const std::vector<PackageRow>& expected);
   std::vector<PackageRow> m_rows;
 };
 

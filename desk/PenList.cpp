@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr int32_t kMaximumPens = 20;
+constexpr int32_t kMaximumPens = 1000;      // far above any desk
 constexpr int32_t kMaximumPenlets = 10000;  // far above any pen; bounds a wrong answer
 constexpr int32_t kChannelTimeoutMs = 30000;
 
@@ -41,7 +41,7 @@ Pen ReadIdentity(int32_t handle) {
   std::array<char, 100> name{};
   if (pcGetPenId(handle, &id, nullptr, name.data(), static_cast<int32_t>(name.size())) == 0) {
     pen.id = id;
-    pen.name = FieldText(name.data(), name.size());
+    pen.name = TextOfField(name.data(), name.size());
   }
   int32_t type = 0;
   if (pcGetPenType(handle, &type, 0, 0) == 0) pen.type = type & 0xffff;
@@ -61,20 +61,20 @@ std::string FirmwareText(const PenVersionInfo& info) {
   int first = 0;
   int second = 0;
   int third = 0;
-  std::string text = FieldText(info.firmwareVersion);
+  std::string text = TextOfField(info.firmwareVersion);
   if (sscanf(text.c_str(), "%*[0-9]-%*[0-9]-%2d%2d%2d", &first, &second, &third) != 3) return "";
   constexpr size_t longest = 49;  // the installer compares no more
-  return fmt::format("{}.{}.{}.{}", first, second, third, FieldText(info.versionSuffix)).substr(0, longest);
+  return fmt::format("{}.{}.{}.{}", first, second, third, TextOfField(info.versionSuffix)).substr(0, longest);
 }
 
 Penlet ToPenlet(const PenletInfo& info) {
   Penlet penlet;
-  penlet.guid = FieldText(info.guid);
-  penlet.name = FieldText(info.name[0] ? info.name : info.displayName, sizeof info.name);
-  penlet.version = FieldText(info.version);
+  penlet.guid = TextOfField(info.guid);
+  penlet.name = TextOfField(info.name[0] ? info.name : info.displayName, sizeof info.name);
+  penlet.version = TextOfField(info.version);
   penlet.build = info.buildNumber;
-  penlet.group = FieldText(info.groupName);
-  penlet.groupVersion = FieldText(info.groupVersion);
+  penlet.group = TextOfField(info.groupName);
+  penlet.groupVersion = TextOfField(info.groupVersion);
   penlet.paper = info.firstId != 0 || info.secondId != 0;
   return penlet;
 }
@@ -111,9 +111,28 @@ std::vector<Pen> AllWithId(const std::vector<Pen>& pens) {
 std::vector<int32_t> PenHandles() {
   std::vector<int32_t> handles(kMaximumPens);
   int32_t count = pcGetPenHandles(handles.data(), kMaximumPens);
-  handles.resize(static_cast<size_t>(std::clamp(count, 0, kMaximumPens)));
+  if (count < 0) {
+    throw Failure(ExitStatus::kPen, fmt::format("The pen library cannot tell which pens are connected (it answers {}); "
+                                                "disconnect and reconnect them, or restart this machine.",
+                                                count));
+  }
+  handles.resize(static_cast<size_t>(std::min(count, kMaximumPens)));
   std::erase(handles, 0);  // those that a wrong count claims
+  if (count > 0 && handles.empty()) {
+    throw Failure(ExitStatus::kPen,
+                  fmt::format("The pen library cannot tell which pens are connected: it speaks of {} "
+                              "and names none. Disconnect and reconnect them, or restart this machine.",
+                              count));
+  }
   return handles;
+}
+
+std::string CrowdNote(size_t pens) {
+  if (pens <= kPensServed) return "";
+  return fmt::format(
+      "{} pens are connected. Applications are installed on all of them, {} at a time; firmware only "
+      "while at most {} are connected, since no other is found again after its download.",
+      pens, kPensServed, kPensServed);
 }
 
 std::vector<Pen> ConnectedPens() {
@@ -145,7 +164,7 @@ void ReadContents(Pen& pen) {
   PenVersionInfo version{};
   int32_t count = 0;
   if (pcGetVersionInfo(pen.handle, &version) != 0 || pcGetPenletCount(pen.handle, &count) != 0) return;
-  pen.contents = PenContents{FirmwareText(version), ReadPenlets(pen.handle, count)};
+  pen.contents = PenHoldings{FirmwareText(version), ReadPenlets(pen.handle, count)};
 }
 
 std::string StateText(const Pen& pen) {

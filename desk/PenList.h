@@ -21,7 +21,7 @@ struct Penlet {
 };
 
 // What a pen holds, as far as it could be read.
-struct PenContents {
+struct PenHoldings {
   std::string firmware;  // in the form of a bundle's versions, "8.9.15.b2"; empty when the pen's text has another form
   std::vector<Penlet> penlets;  // in the pen's order
 };
@@ -32,11 +32,16 @@ struct Pen {
   std::string name;
   std::optional<int32_t> type;
   std::optional<int32_t> state;
-  std::optional<PenContents> contents;  // none before ReadContents, or when the pen cannot be read
+  std::optional<PenHoldings> contents;  // none before ReadContents, or when the pen cannot be read
 };
 
-// The handles of the pens on the bus; at most 20, as many as the installer looks at.
+// As many pens as the library looks at. It finds no other on the bus again after a firmware download.
+constexpr size_t kPensServed = 20;
+
+// The handles of the pens on the bus. Throws a Failure when the pen library cannot tell them.
 std::vector<int32_t> PenHandles();
+// What a person must know when more pens are connected than the library looks at; else empty.
+std::string CrowdNote(size_t pens);
 // Every connected pen with its identity; contents are not read.
 std::vector<Pen> ConnectedPens();
 // The pens with these ids, each once, or every pen that has an id. Throws a Failure for an id that is not connected

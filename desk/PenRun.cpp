@@ -25,6 +25,8 @@ PenRun::PenRun(Pen pen, std::shared_ptr<const Job> job, const LogReader& log, st
 void PenRun::Execute() {
   for (RunObserver* observer : m_observers) observer->OnStarted(*this);
   InsResCode result = insAborted;
+  Time begin = std::chrono::steady_clock::now();
+  uint64_t mark = m_log.Mark();
   // A stop that came before the library knows of the run would be lost on it.
   m_began = !m_stop;
   if (m_began) result = m_job->call(&m_handle, Callback, this);
@@ -32,7 +34,8 @@ void PenRun::Execute() {
     std::lock_guard<std::mutex> guard(m_waitLock);
     m_done = true;  // no wait is told from here on
   }
-  Conclude(result);
+  Conclude(result, mark);
+  m_end.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
   for (RunObserver* observer : m_observers) observer->OnEnded(*this, m_end);
 }
 
@@ -114,15 +117,28 @@ void PenRun::RequestStop() {
 }
 
 // A run with code 0 in which a package failed and was passed over ends with that failure's status.
-void PenRun::Conclude(InsResCode result) {
+void PenRun::Conclude(InsResCode result, uint64_t mark) {
   bool needsLog = m_began && (result < 0 || (!m_job->removes && m_packages.NeedLog()));
-  if (needsLog) m_lines = m_log.LinesOfCall(LogThreadName(), m_job->function, fmt::format("-Ret={}, ", result));
+  if (needsLog) m_lines = m_log.LinesOfCall(LogThreadName(), m_job->function, fmt::format("-Ret={}, ", result), mark);
   if (m_job->removes) {
     m_packages.ConcludeRemoval();
   } else {
-    m_packages.ConcludeInstall(result, m_lines);
+    bool stopped = result < 0 && m_job->expect;
+    m_packages.ConcludeInstall(result, m_job->forced, m_lines,
+                               stopped ? m_job->expect(m_pen) : std::vector<PackageRow>());
   }
   InsResCode passedOver = m_packages.FirstError();
   bool clean = result != insSuccess || passedOver == insSuccess;
-  m_end = {result, StatusOf(clean ? result : passedOver), result < 0 ? DetailOf(m_lines) : "", m_packages.Rows()};
+  m_end.code = result;
+  m_end.status = StatusOf(clean ? result : passedOver);
+  if (result < 0) m_end.detail = DetailOf(m_lines.lines);
+  m_end.packages = m_packages.Rows();
+  if (m_began && MayBeHalfWay(result)) m_end.left = LookAgain(m_pen, m_handle);
+}
+
+// A removal that fails leaves a pen as it can be seen; only a stop leaves open how far it came.
+bool PenRun::MayBeHalfWay(InsResCode result) const {
+  bool firmware = result == insFirmwareFailed || result == insTimeout;
+  bool lost = result == insPenFailure && !m_packages.Rows().empty();
+  return result == insAborted || (!m_job->removes && (firmware || lost));
 }

@@ -49,7 +49,7 @@ class PenRun {
   int32_t Handle() const { return m_handle; }  // the pen's last
   const RunEnd& End() const { return m_end; }
   // The lines that the run wrote into the library's log; none when the log was not needed or cannot be read.
-  const std::vector<LogLine>& LogLines() const { return m_lines; }
+  const std::vector<LogLine>& LogLines() const { return m_lines.lines; }
 
  private:
   using Info = PenUpdateProgressCallbackInfo;
@@ -61,7 +61,8 @@ class PenRun {
   bool DecideToSkip(const PackageRow& row);
   void TellProgress(const Info& info, const PackageRow& row);
   double Rate(const Info& info, Time now);
-  void Conclude(InsResCode result);
+  void Conclude(InsResCode result, uint64_t mark);
+  bool MayBeHalfWay(InsResCode result) const;
 
   Pen m_pen;
   std::shared_ptr<const Job> m_job;
@@ -69,7 +70,7 @@ class PenRun {
   std::vector<RunObserver*> m_observers;
   Decision m_skipFailing;
   PackageList m_packages;
-  std::vector<LogLine> m_lines;
+  CallLines m_lines;
   RunEnd m_end;
   int32_t m_handle;
   bool m_began = false;  // a stop may be requested before

@@ -59,12 +59,22 @@ std::optional<RunFolder> RunFolder::Last() {
   return RunFolder(runs.back());
 }
 
+std::vector<RunFolder> RunFolder::All() {
+  std::vector<RunFolder> all;
+  for (const fs::path& run : Runs(StateFolder())) all.push_back(RunFolder(run));
+  return all;
+}
+
 void RunFolder::WriteDescription(const Json& description) const {
   std::ofstream(m_path / "run.json", std::ios::binary) << ToLine(description);
 }
 
 Json RunFolder::ReadDescription() const {
+  constexpr std::streamsize longest = 1 << 20;
   std::ifstream in(m_path / "run.json", std::ios::binary);
-  Json description = Json::parse(in, nullptr, false);
+  std::string text(longest, '\0');
+  in.read(text.data(), longest);
+  text.resize(static_cast<size_t>(in.gcount()));
+  Json description = Json::parse(text, nullptr, false);
   return description.is_object() ? description : Json::object();
 }

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "desk/Json.h"
 
@@ -15,6 +16,8 @@ class RunFolder {
   static RunFolder Make();
   // The newest run's folder.
   static std::optional<RunFolder> Last();
+  // All that are kept, oldest first.
+  static std::vector<RunFolder> All();
 
   std::string EventsFile() const { return m_path / "events.jsonl"; }
   std::string LogFile() const { return m_path / "quarvel.log"; }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "desk/PackageList.h"
+#include "desk/PenLeft.h"
 #include "desk/ResultTexts.h"
 #include "desk/WaitWatch.h"
 
@@ -33,6 +34,11 @@ struct RunEnd {
   ExitStatus status = ExitStatus::kDone;
   std::string detail;  // what the log says of a failure
   std::vector<PackageRow> packages;
+  std::optional<PenLeft> left;  // where the run may have left the pen half-way
+  double seconds = 0;           // that the run took
+
+  // What to do about it: about the state that the pen was left in, else about the failure.
+  std::string_view Remedy() const { return left ? RemedyOf(*left) : TextOf(code).remedy; }
 };
 
 class RunObserver {

@@ -2,6 +2,21 @@
 
 #include <algorithm>
 
+#include "desk/Failure.h"
+
+namespace {
+
+// A bus that cannot be looked at tells nothing of waits.
+void Poll(const std::vector<std::shared_ptr<PenRun>>& runs) {
+  try {
+    std::vector<int32_t> handles = PenHandles();
+    for (const auto& run : runs) run->Poll(handles);
+  } catch (const Failure&) {
+  }
+}
+
+}  // namespace
+
 RunPool::RunPool() : m_caretaker(&RunPool::LookAfter, this) {}
 
 RunPool::~RunPool() {
@@ -89,9 +104,8 @@ void RunPool::LookAfter() {
     std::vector<std::shared_ptr<PenRun>> runs = Running();
     if (runs.empty()) continue;
     lock.unlock();
-    std::vector<int32_t> handles = PenHandles();
+    Poll(runs);
     for (const auto& run : runs) {
-      run->Poll(handles);
       if (tick % stepsPerSecond == 0 && run->IsStopRequested()) run->RequestStop();
     }
     runs.clear();

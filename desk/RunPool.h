@@ -17,7 +17,7 @@
 
 class RunPool {
  public:
-  static constexpr size_t kPlaces = 20;  // as many pens as the library looks at
+  static constexpr size_t kPlaces = kPensServed;
 
   RunPool();
   // Asks every run to stop and waits for all.

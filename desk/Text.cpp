@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <charconv>
 
-std::string FieldText(const char* field, size_t size) {
+std::string TextOfField(const char* field, size_t size) {
   return {field, strnlen(field, size)};
 }
 

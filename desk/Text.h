@@ -8,10 +8,10 @@
 #include <string_view>
 
 // The text of a record's field, which may fill the field without a NUL.
-std::string FieldText(const char* field, size_t size);
+std::string TextOfField(const char* field, size_t size);
 template <size_t size>
-std::string FieldText(const char (&field)[size]) {
-  return FieldText(field, size);
+std::string TextOfField(const char (&field)[size]) {
+  return TextOfField(field, size);
 }
 
 // An optional text of a callback's record.

@@ -3,10 +3,13 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <functional>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
+#include "desk/Events.h"
 #include "desk/Failure.h"
 #include "desk/Text.h"
 #include "desk/Version.h"
@@ -52,14 +55,20 @@ void AddPens(CLI::App* sub, Parsed& parsed) {
   sub->add_flag("--all", parsed.options.all, "Work on every connected pen at once")->excludes(pen);
 }
 
-void AddBundle(CLI::App* sub, Parsed& parsed) {
-  sub->add_option("BUNDLE", parsed.options.bundle, "The bundle's file")->required()->type_name("");
-  sub->add_option("--cert", parsed.options.choice.certificates,
-                  "File of a trusted certificate (PEM); again for several")
-      ->required()
+CLI::Option* AddCertificates(CLI::App* sub, Parsed& parsed) {
+  return sub
+      ->add_option("--cert", parsed.options.choice.certificates,
+                   "File of a trusted certificate (PEM); again for several")
       ->expected(1)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
       ->type_name("FILE");
+}
+
+void AddBundle(CLI::App* sub, Parsed& parsed) {
+  sub->add_option("BUNDLE", parsed.options.bundle, "The bundle's file")->required()->type_name("");
+  AddCertificates(sub, parsed)->required();
+  sub->add_flag("--fresh", parsed.options.fresh,
+                "Unpack the bundle anew, whatever was unpacked from one of its size and date before");
 }
 
 void AddOutput(CLI::App* sub, Parsed& parsed) {
@@ -85,6 +94,8 @@ void AddInstall(CLI::App& app, Parsed& parsed) {
                   "always stops the run")
       ->check(CLI::IsMember({"stop", "skip", "ask"}).description(""))
       ->type_name("stop|skip|ask");
+  sub->add_flag("--plan", options.plan, "Tell what would be done to each pen and why, and touch nothing");
+  sub->add_flag("-y,--yes", options.yes, "Replace firmware without asking");
   sub->add_flag("--fail-if-current", options.failIfCurrent,
                 "End with status 10 when every pen already held everything");
   AddOutput(sub, parsed);
@@ -106,6 +117,16 @@ void AddCommands(CLI::App& app, Parsed& parsed) {
 
   AddInstall(app, parsed);
 
+  CLI::App* recover = AddCommand(app, parsed, "recover", "Get pens that an install left half-way back on their feet",
+                                 RecoverCommand, "--pen 0x00000a1b2c3d4e5f");
+  recover->add_option("BUNDLE", options.bundle, "What the pen is to get, where no run that is kept here tells it")
+      ->type_name("");
+  AddCertificates(recover, parsed);
+  AddPen(recover, parsed, "Recover this pen only; again for several");
+  recover->add_option("--wait", options.wait, "Seconds to wait for a pen to be connected again (300)")
+      ->type_name("SECONDS");
+  AddOutput(recover, parsed);
+
   CLI::App* remove = AddCommand(app, parsed, "remove", "Remove a group of applications from pens", RemoveCommand,
                                 "Notes --pen 0x00000a1b2c3d4e5f");
   remove->add_option("GROUP", options.choice.group, "The group's name; letter case counts")->required()->type_name("");
@@ -115,21 +136,22 @@ void AddCommands(CLI::App& app, Parsed& parsed) {
   CLI::App* report = AddCommand(app, parsed, "report", "Gather versions, pens and the last run's traces for support",
                                 ReportCommand, "-o support.zip");
   report->add_option("-o,--output", options.output, "The zip file to write")->required()->type_name("FILE");
-  report->add_flag("--full", options.full, "Leave pen ids as they are; else they are masked");
+  report->add_flag("--full", options.full, "Leave pen ids, pen names and paths as they are; else they are masked");
+  report->add_flag("--force", options.replace, "Replace the file when it is there");
 
   CLI::App* version = AddCommand(app, parsed, "version", "Tell the version of the library", VersionCommand, "--json");
   version->add_flag("--json", options.json, "One JSON document on standard output");
 }
 
 // One sentence, and where to read more.
-std::string FailureMessage(const CLI::App* app, const CLI::Error& error) {
-  const CLI::App* sub = app->get_subcommands().empty() ? app : app->get_subcommands().front();
-  std::string name = sub == app ? "quarvel" : "quarvel " + sub->get_name();
-  std::vector<std::string> unknown = app->remaining();
-  if (sub == app && !unknown.empty()) {
-    return fmt::format("quarvel: there is no command \"{}\". See `quarvel --help`.\n", unknown.front());
+std::string UsageSentence(const CLI::App& app, const CLI::Error& error) {
+  const CLI::App* sub = app.get_subcommands().empty() ? &app : app.get_subcommands().front();
+  std::string name = sub == &app ? "quarvel" : "quarvel " + sub->get_name();
+  std::vector<std::string> unknown = app.remaining();
+  if (sub == &app && !unknown.empty()) {
+    return fmt::format("there is no command \"{}\". See `quarvel --help`.", unknown.front());
   }
-  return fmt::format("quarvel: {}. See `{} --help`.\n", error.what(), name);
+  return fmt::format("{}. See `{} --help`.", error.what(), name);
 }
 
 void Understand(Parsed& parsed, const CLI::App& app) {
@@ -151,6 +173,15 @@ ExitStatus Run(const Parsed& parsed) {
   throw Failure(ExitStatus::kUsage, "Standard output cannot be written; write it elsewhere.");
 }
 
+int End(ExitStatus status, const std::string& sentence, bool json) {
+  if (json) {
+    std::string line = ToLine(FailureEvent(status, sentence));
+    fwrite(line.data(), 1, line.size(), stdout);
+  }
+  Complain(sentence);
+  return static_cast<int>(status);
+}
+
 }  // namespace
 
 int RunCommandLine(int argc, char** argv) {
@@ -158,22 +189,23 @@ int RunCommandLine(int argc, char** argv) {
   CLI::App app("Installs signed application bundles onto digital pens.", "quarvel");
   app.require_subcommand(1);
   app.set_version_flag("--version", LibraryVersion);
-  app.failure_message(FailureMessage);
   app.get_formatter()->column_width(26);
   app.footer('\n' + ExitStatusHelp() + "With several pens the status is that of the first pen that failed.");
   Parsed parsed;
   AddCommands(app, parsed);
+  // A command line that is not understood may still ask for JSON.
+  bool json = std::find(argv, argv + argc, std::string_view("--json")) != argv + argc;
   try {
     app.parse(argc, argv);
     Understand(parsed, app);
     return static_cast<int>(Run(parsed));
+  } catch (const CLI::Success& help) {
+    return app.exit(help);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? 0 : static_cast<int>(ExitStatus::kUsage);
+    return End(ExitStatus::kUsage, UsageSentence(app, error), json);
   } catch (const Failure& failure) {
-    fmt::print(stderr, "quarvel: {}\n", failure.what());
-    return static_cast<int>(failure.Status());
+    return End(failure.Status(), failure.what(), json);
   } catch (const std::exception& error) {
-    fmt::print(stderr, "quarvel: an internal error: {}\n", error.what());
-    return static_cast<int>(ExitStatus::kInternal);
+    return End(ExitStatus::kInternal, fmt::format("an internal error: {}", error.what()), json);
   }
 }

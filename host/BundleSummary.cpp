@@ -41,7 +41,7 @@ Json ReadMembers(const Archive& archive) {
     std::array<char, 1024> name{};
     if (unzGetCurrentFileInfo64(archive.get(), &info, name.data(), name.size(), nullptr, 0, nullptr, 0) != UNZ_OK)
       break;
-    members.push_back({{"name", FieldText(name.data(), name.size())},
+    members.push_back({{"name", TextOfField(name.data(), name.size())},
                        {"size", static_cast<uint64_t>(info.uncompressed_size)},
                        {"packed", static_cast<uint64_t>(info.compressed_size)},
                        {"crc", fmt::format("{:08x}", static_cast<uint32_t>(info.crc))}});

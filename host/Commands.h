@@ -9,6 +9,7 @@
 ExitStatus PensCommand(const Options& options);
 ExitStatus VerifyCommand(const Options& options);
 ExitStatus InstallCommand(const Options& options);
+ExitStatus RecoverCommand(const Options& options);
 ExitStatus RemoveCommand(const Options& options);
 ExitStatus ReportCommand(const Options& options);
 ExitStatus VersionCommand(const Options& options);

@@ -43,6 +43,11 @@ bool IsOutputLost() {
   return lost && !unread;
 }
 
+void Complain(std::string_view sentence) {
+  fflush(stdout);
+  WriteLine(stderr, fmt::format("quarvel: {}", sentence));
+}
+
 Console::Console(bool json, bool quiet)
     : m_out(json ? stderr : stdout),
       m_quiet(quiet),
@@ -78,4 +83,10 @@ size_t Console::Columns() const {
   winsize size{};
   if (ioctl(fileno(m_out), TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
   return 80;
+}
+
+size_t Console::Rows() const {
+  winsize size{};
+  if (ioctl(fileno(m_out), TIOCGWINSZ, &size) == 0 && size.ws_row > 0) return size.ws_row;
+  return 24;
 }

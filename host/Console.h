@@ -14,6 +14,8 @@
 void PrepareStreams();
 // Whether some of what was written to standard output could not be kept; not, when its reader wants no more.
 bool IsOutputLost();
+// One sentence on standard error, behind the program's name. Standard error may be unwritable, which changes nothing.
+void Complain(std::string_view sentence);
 
 enum class Paint { kNone, kGood, kWarning, kBad };
 
@@ -35,6 +37,7 @@ class Console {
   // A person is there to answer a question.
   bool CanAsk() const;
   size_t Columns() const;
+  size_t Rows() const;
 
  private:
   FILE* m_out;

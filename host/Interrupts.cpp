@@ -6,9 +6,22 @@
 
 #include "desk/ResultTexts.h"
 
+namespace {
+
+bool IsIgnored(int signal) {
+  struct sigaction action {};
+  return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
+}  // namespace
+
+// A blocked signal would be taken although it is ignored.
 Interrupts::Interrupts() {
   sigemptyset(&m_signals);
-  for (int signal : {SIGINT, SIGTERM, SIGHUP, SIGUSR1}) sigaddset(&m_signals, signal);
+  sigaddset(&m_signals, SIGUSR1);
+  for (int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    if (!IsIgnored(signal)) sigaddset(&m_signals, signal);
+  }
   pthread_sigmask(SIG_BLOCK, &m_signals, &m_before);
   m_thread = std::thread(&Interrupts::Serve, this);
 }

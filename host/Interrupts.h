@@ -1,5 +1,6 @@
-// Ctrl-C (and a request to terminate) while pens are at work. Signals are taken by a thread of their own, so that
-// what they lead to is ordinary code. Made in the main thread before any other thread starts; at most one at a time.
+// Ctrl-C, a request to terminate and a hang-up while pens are at work. A signal that is ignored when the program
+// starts, as under nohup, stays ignored. Signals are taken by a thread of their own, so that what they lead to is
+// ordinary code. Made in the main thread before any other thread starts; at most one at a time.
 #ifndef QUARVEL_HOST_INTERRUPTS_H
 #define QUARVEL_HOST_INTERRUPTS_H
 

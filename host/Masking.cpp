@@ -50,7 +50,44 @@ void Masking::AddFrom(std::string_view text) {
   });
 }
 
-std::string Masking::Apply(std::string_view text) const {
+void Masking::AddWord(const std::string& text, std::string mask) {
+  auto shorter =
+      std::find_if(m_words.begin(), m_words.end(), [&](const Word& each) { return each.text.size() < text.size(); });
+  m_words.insert(shorter, {text, std::move(mask)});
+}
+
+void Masking::AddName(const std::string& name) {
+  auto same = [&name](const Word& each) { return each.text == name; };
+  if (name.size() < 2 || std::any_of(m_words.begin(), m_words.end(), same)) return;
+  AddWord(name, fmt::format("name-{}", ++m_names));
+}
+
+void Masking::AddFolderOf(const std::string& path) {
+  size_t slash = path.rfind('/');
+  if (path.empty() || path[0] != '/' || slash == 0) return;
+  std::string folder = path.substr(0, slash);
+  auto same = [&folder](const Word& each) { return each.text == folder; };
+  if (folder == "/tmp" || std::any_of(m_words.begin(), m_words.end(), same)) return;
+  AddWord(folder, fmt::format("/folder-{}", ++m_folders));
+}
+
+std::string Masking::WithoutWords(std::string_view text) const {
+  std::string masked;
+  for (size_t at = 0; at < text.size();) {
+    auto word = std::find_if(m_words.begin(), m_words.end(),
+                             [&](const Word& each) { return text.substr(at).starts_with(each.text); });
+    if (word == m_words.end()) {
+      masked += text[at++];
+    } else {
+      masked += word->mask;
+      at += word->text.size();
+    }
+  }
+  return masked;
+}
+
+std::string Masking::Apply(std::string_view whole) const {
+  std::string text = WithoutWords(whole);
   constexpr size_t longestCount = 9;
   std::string masked;
   masked.reserve(text.size());

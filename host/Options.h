@@ -16,10 +16,15 @@ struct Options {
   std::vector<uint64_t> pens;
   bool all = false;
   bool failIfCurrent = false;
+  bool plan = false;
+  bool yes = false;
+  bool fresh = false;
+  uint32_t wait = 300;  // seconds for a pen to come back
   OnError onError = OnError::kStop;
   std::string log;     // empty: in the run's own folder
   std::string output;  // of a report
   bool full = false;
+  bool replace = false;
   bool idsOnly = false;
   bool json = false;
   bool quiet = false;

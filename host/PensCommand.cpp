@@ -11,7 +11,7 @@
 
 namespace {
 
-void ShowPenlets(const Console& console, const PenContents& contents) {
+void ShowPenlets(const Console& console, const PenHoldings& contents) {
   std::map<std::string, std::vector<const Penlet*>> groups;
   for (const Penlet& penlet : contents.penlets) groups[penlet.group].push_back(&penlet);
   for (const auto& [name, penlets] : groups) {
@@ -61,6 +61,8 @@ ExitStatus PensCommand(const Options& options) {
     return ExitStatus::kDone;
   }
   for (Pen& pen : pens) ReadContents(pen);
+  std::string note = CrowdNote(pens.size());
+  if (!note.empty()) Console(true, false).Problem(note);
   if (!options.json) {
     ShowTable(console, pens);
     return ExitStatus::kDone;

@@ -1,8 +1,11 @@
 #include <fmt/format.h>
+#include <stdlib.h>
 #include <sys/utsname.h>
 
 #include <filesystem>
 #include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "desk/Failure.h"
 #include "desk/PenList.h"
@@ -69,9 +72,34 @@ void AddLastRun(std::vector<Member>& members, const RunFolder& run) {
   if (!summary.bomXml.empty()) members.push_back({"bom.xml", summary.bomXml});
 }
 
-void MaskIds(std::vector<Member>& members) {
+// A manifest holds its author's words alone.
+bool IsManifest(const Member& member) {
+  return member.name == "update.xml" || member.name == "bom.xml";
+}
+
+// The pens' names, and whatever begins as a path of this machine.
+void AddWordsOf(Masking& masking, const Json& document) {
+  for (const Json& value : document) {
+    if (value.is_structured()) AddWordsOf(masking, value);
+    if (value.is_string()) masking.AddFolderOf(value.get<std::string>());
+  }
+  if (!document.is_object() || !document.contains("pens")) return;
+  for (const Json& pen : document["pens"]) masking.AddName(pen.value("name", ""));
+}
+
+void Mask(std::vector<Member>& members) {
   Masking masking;
-  for (const Member& member : members) masking.AddFrom(member.content);
+  for (const char* variable : {"HOME", "XDG_STATE_HOME"}) {
+    if (const char* folder = getenv(variable)) masking.AddFolderOf(std::string(folder) + "/x");
+  }
+  for (const Member& member : members) {
+    masking.AddFrom(member.content);
+    std::istringstream lines(member.content);
+    for (std::string line; !IsManifest(member) && std::getline(lines, line);) {
+      Json document = Json::parse(line, nullptr, false);
+      if (document.is_object()) AddWordsOf(masking, document);
+    }
+  }
   for (Member& member : members) member.content = masking.Apply(member.content);
 }
 
@@ -81,12 +109,18 @@ ExitStatus ReportCommand(const Options& options) {
   std::vector<Member> members{{"versions.json", Versions()}, {"pens.json", Pens()}};
   std::optional<RunFolder> last = RunFolder::Last();
   if (last) AddLastRun(members, *last);
-  if (!options.full) MaskIds(members);
+  if (!options.full) Mask(members);
+  std::error_code unknown;
+  if (std::filesystem::exists(options.output, unknown) && !options.replace) {
+    throw Failure(
+        ExitStatus::kUsage,
+        fmt::format("{} is there already; choose another file, or give --force to replace it.", options.output));
+  }
   ZipWriter zip(options.output);
   for (const Member& member : members) zip.Add(member.name, member.content);
   zip.Close();
   fmt::print("Wrote {} with the versions, the connected pens{}; {}.\n", options.output,
              last ? ", and the last run's bundle, events and log" : " (there is no run to report)",
-             options.full ? "pen ids stand in it in full" : "pen ids are masked");
+             options.full ? "pen ids, names and paths stand in it in full" : "pen ids, names and paths are masked");
   return ExitStatus::kDone;
 }

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <vector>
+
 #include "desk/PenRun.h"
 #include "desk/Text.h"
 #include "host/RunSummary.h"
@@ -11,6 +13,27 @@ namespace {
 // What a person calls the package.
 std::string Title(const PackageRow& row) {
   return Printable(row.file.empty() ? row.name : row.file);
+}
+
+// From the longest to the shortest: the bar and the bytes are those of the whole run.
+std::vector<std::string> ProgressForms(const std::string& id, const PackageProgress& progress,
+                                       const std::string& title) {
+  std::string percent = PercentText(progress.runDone, progress.runTotal);
+  std::string bytes = fmt::format("{} of {}", BytesText(progress.runDone), BytesText(progress.runTotal));
+  std::string speed;
+  std::string left;
+  if (progress.secondsLeft) {
+    speed = fmt::format("  {}/s", BytesText(progress.rate));
+    left = fmt::format("  {} left", DurationText(*progress.secondsLeft));
+  }
+  std::string bar = BarText(progress.runDone, progress.runTotal, 10);
+  return {fmt::format("{}  {} {}  {}{}{}  {}", id, BarText(progress.runDone, progress.runTotal, 20), percent, bytes,
+                      speed, left, title),
+          fmt::format("{}  {} {}  {}{}{}  {}", id, bar, percent, bytes, speed, left, title),
+          fmt::format("{}  {} {}  {}{}{}", id, bar, percent, bytes, speed, left),
+          fmt::format("{} {}{}{}  {}", id, percent, speed, left, title),
+          fmt::format("{} {}{}{}", id, percent, speed, left),
+          fmt::format("{} {}{}", id, percent, left)};
 }
 
 std::string_view TextOf(WaitFor what) {
@@ -32,30 +55,25 @@ bool RunScreen::AskToSkip(const PenRun& run, const PackageRow& row) {
 }
 
 void RunScreen::OnStarted(const PenRun& run) {
-  m_progress.Show(LineOf(run), fmt::format("{}  reading the pen", run.Id()), true);
+  m_progress.Show(LineOf(run), {fmt::format("{}  reading the pen", run.Id())}, true);
 }
 
 void RunScreen::OnProgress(const PenRun& run, const PackageProgress& progress) {
   const PackageRow& row = progress.package;
-  size_t line = LineOf(run);
   if (run.OfJob().removes) {
+    if (row.error != insSuccess) return;
     std::string text =
         fmt::format("{}: removed {} ({} of {})", run.Id(), Title(row), progress.runDone, progress.runTotal);
-    m_progress.Show(line, text);
+    m_progress.Show(LineOf(run), {text});
     m_progress.SayIfStill(text);
     return;
   }
-  if (row.finished) {
+  if (row.finished && row.error == insSuccess) {
     m_progress.SayIfStill(fmt::format("{}: through with {}", run.Id(), Title(row)));
-  } else if (progress.begins) {
+  } else if (progress.begins && row.error == insSuccess) {
     m_progress.SayIfStill(fmt::format("{}: sending {}, {}", run.Id(), Title(row), BytesText(row.total)));
   }
-  std::string speed;
-  if (progress.secondsLeft) {
-    speed = fmt::format("  {}/s  {} left", BytesText(progress.rate), DurationText(*progress.secondsLeft));
-  }
-  m_progress.Show(line, fmt::format("{}  {}  {}  {} of {}{}", run.Id(), BarText(progress.runDone, progress.runTotal),
-                                    Title(row), BytesText(row.done), BytesText(row.total), speed));
+  m_progress.Show(LineOf(run), ProgressForms(run.Id(), progress, Title(row)));
 }
 
 void RunScreen::OnFailed(const PenRun& run, const PackageRow& row) {
@@ -64,12 +82,11 @@ void RunScreen::OnFailed(const PenRun& run, const PackageRow& row) {
 
 void RunScreen::OnWait(const PenRun& run, const Wait& wait, bool begins) {
   std::string_view text = TextOf(wait.what);
-  m_progress.Show(LineOf(run), fmt::format("{}  {}: {} of {} s", run.Id(), text, wait.seconds, Wait::kLimit), true);
+  m_progress.Show(LineOf(run), {fmt::format("{}  {}: {} of {} s", run.Id(), text, wait.seconds, Wait::kLimit)}, true);
   if (begins) m_progress.SayIfStill(fmt::format("{}: {}: up to {} s", run.Id(), text, Wait::kLimit));
 }
 
 void RunScreen::OnEnded(const PenRun& run, const RunEnd& end) {
-  m_progress.Show(LineOf(run), fmt::format("{}  {}", run.Id(), ::TextOf(end.code).meaning), true);
-  std::string left = MayBeHalfWay(run, end) ? StateLeft(run) : "";
-  m_progress.Tell([&] { ShowEnd(m_console, run, end, left, m_logFile); });
+  m_progress.Remove(LineOf(run));
+  m_progress.Tell([&] { ShowEnd(m_console, run, end, m_logFile); });
 }

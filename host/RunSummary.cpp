@@ -6,7 +6,6 @@
 
 #include "desk/PenRun.h"
 #include "desk/Text.h"
-#include "platform/Tessvik.h"
 
 namespace {
 
@@ -19,30 +18,6 @@ size_t WidthOf(const std::vector<PackageRow>& rows, std::string PackageRow::*fie
   size_t width = 0;
   for (const PackageRow& row : rows) width = std::max(width, Printable(row.*field).size());
   return std::min<size_t>(width, 40);
-}
-
-// The pen as it is now: under its id or, in download mode, under the handle that it had last.
-std::optional<Pen> FindAgain(const PenRun& run) {
-  std::vector<Pen> pens = ConnectedPens();
-  auto same = [&](const Pen& pen) { return pen.id == run.OfPen().id || (!pen.id && pen.handle == run.Handle()); };
-  auto pen = std::find_if(pens.begin(), pens.end(), same);
-  if (pen == pens.end()) return std::nullopt;
-  ReadContents(*pen);
-  return *pen;
-}
-
-std::string StateText(const std::optional<Pen>& pen) {
-  if (!pen) return "not connected; reconnect it and look at it with `quarvel pens`";
-  if (pen->state == pcPenStateFirmwareDownload && !pen->id) {
-    return "in download mode, without a firmware that works, and tells no id; switch it off and on, and start the "
-           "install again once `quarvel pens` shows its id";
-  }
-  if (pen->state == pcPenStateFirmwareDownload) {
-    return "in download mode, without a firmware that works; leave it connected and start the install again";
-  }
-  if (!pen->contents) return "connected, but it cannot be read; reconnect it";
-  return fmt::format("in normal operation, with firmware {} and {} applications; start again to go on",
-                     Printable(pen->contents->firmware), pen->contents->penlets.size());
 }
 
 void ShowPackages(const Console& console, const PenRun& run, const std::vector<PackageRow>& rows) {
@@ -66,37 +41,27 @@ std::string NothingDone(const Job& job) {
 
 }  // namespace
 
-void Explain(const Console& console, InsResCode code, const std::string& detail, const std::string& logFile) {
-  ResultText text = TextOf(code);
-  std::string meaning(text.meaning);
+void Explain(const Console& console, InsResCode code, const std::string& detail, std::string_view remedy,
+             const std::string& logFile) {
+  std::string meaning(TextOf(code).meaning);
   meaning[0] = static_cast<char>(toupper(meaning[0]));
   console.Problem(fmt::format("{} ({}).", console.Painted(Paint::kBad, meaning), code));
   if (!detail.empty()) console.Problem(fmt::format("  The log says: {}", Printable(detail)));
-  if (!text.remedy.empty()) console.Problem(fmt::format("  What to do: {}", text.remedy));
+  if (!remedy.empty()) console.Problem(fmt::format("  What to do: {}", remedy));
   console.Problem(fmt::format("  Log: {}", logFile));
 }
 
-bool MayBeHalfWay(const PenRun& run, const RunEnd& end) {
-  bool firmware = end.code == insFirmwareFailed || end.code == insTimeout;
-  return end.code == insAborted || (firmware && !run.OfJob().removes);
-}
-
-std::string StateLeft(const PenRun& run) {
-  return StateText(FindAgain(run));
-}
-
-void ShowEnd(const Console& console, const PenRun& run, const RunEnd& end, const std::string& left,
-             const std::string& logFile) {
+void ShowEnd(const Console& console, const PenRun& run, const RunEnd& end, const std::string& logFile) {
   ShowPackages(console, run, end.packages);
   bool nothing = end.code == insNothingToDo || (run.OfJob().removes && end.packages.empty());
+  if (end.left) console.Problem(fmt::format("Pen {} was left {}.", run.Id(), WordsOf(*end.left)));
   if (end.code < 0) {
-    Explain(console, end.code, end.detail, logFile);
+    Explain(console, end.code, end.detail, end.Remedy(), logFile);
   } else if (nothing) {
     console.Line(NothingDone(run.OfJob()));
   } else if (!run.OfJob().removes) {
-    console.Line("  done");
+    console.Line(fmt::format("  done, in {}", DurationText(static_cast<uint64_t>(end.seconds + 0.5))));
   }
-  if (!left.empty()) console.Problem(fmt::format("Pen {} was left {}.", run.Id(), left));
 }
 
 ExitStatus Combined(const std::vector<RunEnd>& ends, bool failIfCurrent) {

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <stdio.h>
 
+#include <filesystem>
 #include <nlohmann/json.hpp>
 
 #include "desk/RunPool.h"
@@ -36,10 +37,19 @@ Session::Session(const Options& options, const std::string& command)
       m_log(OpenLog(options.log.empty() ? m_folder.LogFile() : options.log)),
       m_events(m_log.File()),
       m_keptEvents(m_folder.EventsFile(), std::ios::binary) {
-  m_folder.WriteDescription(
-      {{"command", command}, {"bundle", options.bundle}, {"log", m_log.File()}, {"started", TimeText()}});
+  KeepOrder(command, {options.bundle, options.choice});
   if (options.json) m_events.AddSink(WriteToStandardOutput);
   m_events.AddSink([this](std::string_view line) { m_keptEvents << line << std::flush; });
+}
+
+void Session::KeepOrder(const std::string& command, InstallOrder order) const {
+  if (!order.bundle.empty()) order.bundle = std::filesystem::absolute(order.bundle);
+  for (std::string& file : order.choice.certificates) file = std::filesystem::absolute(file);
+  m_folder.WriteDescription({{"command", command},
+                             {"bundle", order.bundle},
+                             {"log", m_log.File()},
+                             {"started", TimeText()},
+                             {"order", ToJson(order)}});
 }
 
 ExitStatus Session::Serve(const Options& options, const std::string& command,
@@ -48,12 +58,17 @@ ExitStatus Session::Serve(const Options& options, const std::string& command,
   try {
     return body(session);
   } catch (const CallFailure& failure) {
-    Explain(session.console(), failure.Code(), failure.Detail(), session.log().File());
-    session.events().WriteResult(nullptr, {failure.Code(), failure.Status(), failure.Detail(), {}});
+    Explain(session.console(), failure.Code(), failure.Detail(), TextOf(failure.Code()).remedy, session.log().File());
+    RunEnd end;
+    end.code = failure.Code();
+    end.status = failure.Status();
+    end.detail = failure.Detail();
+    session.events().WriteResult(nullptr, end);
     return failure.Status();
   } catch (const Failure& failure) {
     session.events().WriteFailure(failure.Status(), failure.what());
-    throw;
+    Complain(failure.what());
+    return failure.Status();
   }
 }
 

@@ -12,6 +12,7 @@
 #include "desk/Events.h"
 #include "desk/Failure.h"
 #include "desk/LogReader.h"
+#include "desk/LostPens.h"
 #include "desk/PenRun.h"
 #include "desk/RunFolder.h"
 #include "host/Console.h"
@@ -27,6 +28,9 @@ class Session {
   // Does the job on every pen at once and returns the ends, in the order of the pens, when all are done. Ctrl-C stops
   // them; afterwards only the third one still ends the process, so that what became of the pens is told.
   std::vector<RunEnd> RunOnPens(const std::vector<Pen>& pens, const Job& job);
+
+  // Keeps with the run what it was to bring.
+  void KeepOrder(const std::string& command, InstallOrder order) const;
 
   const Options& options() const { return m_options; }
   const Console& console() const { return m_console; }

@@ -1,13 +1,16 @@
 #include <fmt/format.h>
 
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <thread>
 #include <vector>
 
+#include "desk/FreshCopy.h"
 #include "desk/LoadedBundle.h"
 #include "desk/PenList.h"
 #include "desk/Text.h"
 #include "host/Commands.h"
+#include "host/Loading.h"
 #include "host/RunSummary.h"
 #include "host/Session.h"
 #include "platform/Tessvik.h"
@@ -42,9 +45,12 @@ ExitStatus TellReadiness(Session& session, const Pen& pen, InsResCode code) {
     session.console().Line(ReadyText(pen));
   } else {
     session.console().Problem(fmt::format("Pen {} cannot be read.", IdText(pen)));
-    Explain(session.console(), code, "", session.log().File());
+    Explain(session.console(), code, "", TextOf(code).remedy, session.log().File());
   }
-  session.events().WriteResult(IdText(pen), {code, StatusOf(code), "", {}});
+  RunEnd end;
+  end.code = code;
+  end.status = StatusOf(code);
+  session.events().WriteResult(IdText(pen), end);
   return StatusOf(code);
 }
 
@@ -59,7 +65,9 @@ ExitStatus VerifyCommand(const Options& options) {
     job.command = "verify";
     job.bundle = options.bundle;
     session.events().WriteRun(nullptr, nullptr, job);
-    LoadedBundle bundle(session.log(), options.bundle, configuration);
+    std::optional<FreshCopy> copy;
+    if (options.fresh) copy.emplace(options.bundle);
+    auto bundle = LoadTelling(session, copy ? copy->File() : options.bundle, configuration);
     session.console().Line(fmt::format("{} is valid: every file is signed by the owner of a given certificate.",
                                        Printable(options.bundle)));
     session.events().WriteResult(nullptr, {});

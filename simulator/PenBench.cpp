@@ -4,7 +4,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
+#include <fstream>
 
 #include "simulator/Bench.h"
 #include "simulator/Calls.h"
@@ -210,7 +212,11 @@ int32_t pbClearPenFaults(uint64_t penId) {
 int32_t pbTrace(const char* file) {
   return Control([=] {
     Bench bench;
-    bench.state().trace = file ? std::filesystem::absolute(file).string() : "";
+    const std::string path = file ? std::filesystem::absolute(file).string() : "";
+    if (file && !std::ofstream(path, std::ios::app)) {
+      throw Problem(pbErrFile, fmt::format("the trace {} cannot be written: {}", path, std::strerror(errno)));
+    }
+    bench.state().trace = path;
     bench.SaveState();
   });
 }

@@ -44,6 +44,11 @@ int Replay(const Arguments& arguments);
 // Every setting with its default and meaning, for --help.
 std::string SettingsHelp();
 
+// Under --json what goes wrong is an object on standard output too.
+void WantJson(bool json);
+// One sentence to standard error, which may be unwritable.
+void Complain(int status, const std::string& sentence);
+
 // The exit status for what a control function returned; tells the problem.
 int Finish(int32_t error);
 

@@ -1,7 +1,10 @@
 // tessvik-sim: the simulated pens of a folder from the command line.
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "simulator/tool/Commands.h"
@@ -76,11 +79,26 @@ void AddBehaviour(CLI::App& app, Arguments& a) {
   replay->add_flag("--json", a.json, "One JSON line for each call");
 }
 
+// A stream that is closed must not lend its number to a file that is opened later.
+void PrepareStreams() {
+  for (int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(stream, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0) _exit(1);
+  }
+}
+
+int Fail(int status, const std::string& sentence) {
+  Complain(status, sentence);
+  return status;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  PrepareStreams();
+  WantJson(std::find(argv, argv + argc, std::string_view("--json")) != argv + argc);
   CLI::App app("Simulated digital pens, kept as files and shared by all processes that use the folder.", "tessvik-sim");
   app.require_subcommand(1);
+  app.set_version_flag("--version", QUARVEL_VERSION);
   app.footer(
       "The pens are in $TESSVIK_SIM_DIR, else in $XDG_STATE_HOME/tessvik-sim/pens.\n"
       "Exit status: 0 done, 1 the pens refused it (or a replay went otherwise), 2 usage.");
@@ -91,11 +109,12 @@ int main(int argc, char** argv) {
     app.parse(argc, argv);
   } catch (const CLI::RuntimeError& done) {
     return done.get_exit_code();
+  } catch (const CLI::Success& help) {
+    return app.exit(help);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? 0 : 2;
+    return Fail(2, fmt::format("{}; run with --help for more information.", error.what()));
   } catch (const std::exception& error) {
-    fmt::print(stderr, "tessvik-sim: {}\n", error.what());
-    return 2;
+    return Fail(2, error.what());
   }
   return 0;
 }

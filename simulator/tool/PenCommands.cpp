@@ -114,9 +114,32 @@ void PrintPenlets(const Json& pen) {
 
 }  // namespace
 
+namespace {
+bool g_json = false;
+}
+
+void WantJson(bool json) {
+  g_json = json;
+}
+
+void Complain(int status, const std::string& sentence) {
+  if (g_json) {
+    const Json object{{"schema", 1},
+                      {"event", "result"},
+                      {"class", status == 1 ? "refused" : "usage"},
+                      {"exit", status},
+                      {"meaning", sentence}};
+    const std::string line = object.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+    fwrite(line.data(), 1, line.size(), stdout);
+  }
+  fflush(stdout);
+  const std::string line = fmt::format("tessvik-sim: {}\n", sentence);
+  fwrite(line.data(), 1, line.size(), stderr);
+}
+
 int Finish(int32_t error) {
   if (error == 0) return 0;
-  fmt::print(stderr, "tessvik-sim: {}\n", TextFrom(pbLastProblem));
+  Complain(1, TextFrom(pbLastProblem));
   return 1;
 }
 
@@ -158,7 +181,7 @@ int ShowPen(const Arguments& arguments) {
   const uint64_t id = ParseId(arguments.id);
   const std::string text = FileOf(id);
   if (text.empty()) {
-    fmt::print(stderr, "tessvik-sim: there is no pen {}; `tessvik-sim list` shows them\n", arguments.id);
+    Complain(1, fmt::format("there is no pen {}; `tessvik-sim list` shows them", arguments.id));
     return 1;
   }
   if (arguments.json) {

@@ -96,12 +96,16 @@ TEST_F(PlanTest, GivesEachPackageItsActionAndReason) {
 
 TEST_F(PlanTest, LeavesApplicationsOpenForAPenInDownloadMode) {
   json pen = Pen();
-  pen["id"] = pen["firmware"] = pen["penlets"] = nullptr;
+  pen["firmware"] = pen["penlets"] = nullptr;
   pen["state"] = "download";
   json plan = PlanOf(Everything(), pen);
   EXPECT_EQ(Find(plan, "fw-8.9.15.b2")["action"], "install");
   EXPECT_EQ(Find(plan, "same")["action"], "undecided");
   EXPECT_EQ(Find(plan, "other")["action"], "skip");
+
+  pen["id"] = nullptr;
+  plan = PlanOf(Everything(), pen);
+  EXPECT_EQ(Find(plan, "fw-8.9.15.b2")["action"], "fail") << "no install begins on a pen that tells no id";
 }
 
 TEST_F(PlanTest, TellsWhenTheInstallHasNothingToDo) {

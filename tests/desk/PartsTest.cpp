@@ -73,6 +73,19 @@ TEST(LogReader, TheDetailIsTheLastLineThatTellsACause) {
   EXPECT_EQ(DetailOf({}), "");
 }
 
+TEST(LogReader, TheCauseStandsBeforeWhatFollowedFromIt) {
+  std::vector<LogLine> lines{{"1", "CachePenInfos", "Error parsing firmware version \"x\""},
+                             {"1", "Update", "Unable cache pen and penlet information. penHandle=1"},
+                             {"1", "insStartInstall", "-Ret=-6, penHandle=1, bundleHandle=1"}};
+  EXPECT_EQ(DetailOf(lines), "Error parsing firmware version \"x\"");
+  lines = {{"1", "insStartInstall", "-Ret=-6, pcRet=122, penHandle=1. Unable register install_penId"}};
+  EXPECT_EQ(DetailOf(lines), lines[0].message) << "the exported function's own line is the only one";
+}
+
+TEST(LogReader, ReadsNothingThatIsNoRegularFile) {
+  EXPECT_FALSE(LogReader("/dev/full").LinesOfCall(LogThreadName(), "insStartInstall", "-Ret=0").whole);
+}
+
 TEST(PackageList, SkipReasonsInWords) {
   const std::pair<const char*, const char*> cases[] = {
       {"Skipped \"a.app\" version 2.3, Same version already installed", "same version already installed"},
@@ -101,8 +114,8 @@ TEST(PackageList, TellsSentFromSkippedFromFailed) {
   list.Take(Report("/t/bad", 3));
   list.Take(Report("/t/bad", 3, insAppFailed));
   list.Take(Report("/t/late", 10));
-  list.ConcludeInstall(insAppFailed,
-                       {{"1", "CheckToInstall", "Skipped \"same\" version 1, Same version already installed"}});
+  list.ConcludeInstall(insAppFailed, false,
+                       {{{"1", "CheckToInstall", "Skipped \"same\" version 1, Same version already installed"}}, true});
   std::string outcomes;
   for (const PackageRow& row : list.Rows()) outcomes += row.file + ": " + row.outcome + "; ";
   EXPECT_EQ(outcomes, "sent: installed; same: skipped; bad: failed; late: not finished; ");
@@ -113,8 +126,35 @@ TEST(PackageList, AFileThatWasSentButNotTakenIsNotInstalled) {
   PackageList list;
   list.Take(Report("/t/fw", 5));
   list.Take(Report("/t/fw", 10));
-  list.ConcludeInstall(insTimeout, {});
+  list.ConcludeInstall(insTimeout, false, {{}, true});
   EXPECT_EQ(list.Rows()[0].outcome, "not finished");
+}
+
+// The reports tell a transfer from a skip; without the log only the reason is not known.
+TEST(PackageList, WithoutTheLogNothingIsCalledInstalledThatWasNotSent) {
+  const struct {
+    InsResCode result;
+    bool forced;
+    const char* outcomes;
+  } rows[] = {{insSuccess, false, "installed skipped skipped "},
+              {insAborted, false, "installed skipped unknown "},
+              {insSuccess, true, "installed installed installed "},
+              {insAborted, true, "installed installed not finished not reached "}};
+  for (const auto& row : rows) {
+    PackageList list;
+    for (const auto& [file, done] : {std::pair{"/t/sent", 10}, {"/t/sent", 10}, {"/t/same", 10}, {"/t/last", 10}}) {
+      list.Take(Report(file, static_cast<uint64_t>(done)));
+    }
+    PackageRow never;
+    never.file = "never";
+    list.ConcludeInstall(row.result, row.forced, {},
+                         row.forced ? std::vector<PackageRow>{never} : std::vector<PackageRow>());
+    std::string outcomes;
+    for (const PackageRow& each : list.Rows()) {
+      if (each.file != "never" || row.result == insAborted) outcomes += each.outcome + ' ';
+    }
+    EXPECT_EQ(outcomes, row.outcomes);
+  }
 }
 
 TEST(WaitWatch, CountsTheSecondsOfEachWaitByItself) {

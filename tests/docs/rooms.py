@@ -19,7 +19,7 @@ USES = {
     "simulator": ["platform"],
     "trace": ["platform"],
     "desk": [PUBLIC, PENS],
-    "host": ["desk", PUBLIC, PENS],
+    "host": ["desk", "authoring/Plan.h", "authoring/PenFile.h", PUBLIC, PENS],
     "station": ["desk", PUBLIC, PENS],
     "fleet": ["desk", PUBLIC, PENS],
     "authoring": ["Common", "installer/bundle", "installer/updater/InstallDecisions.h",

@@ -7,8 +7,9 @@ namespace {
 
 // Starts an install, waits until `until` shows in the events, sends the interrupts and tells the status.
 ProgramResult Interrupted(const HostRig& rig, const std::string& until, int interrupts) {
+  // Without job control the shell would let the program ignore the interrupt.
   std::string script =
-      "\"$quarvel\" install \"$bundle\" --cert \"$cert\" --all --json >\"$dir/events\" & run=$!\n"
+      "set -m\n\"$quarvel\" install \"$bundle\" --cert \"$cert\" --all --json >\"$dir/events\" & run=$!\n"
       "for i in $(seq 200); do grep -q '" +
       until + "' \"$dir/events\" && break; sleep 0.05; done\n";
   for (int i = 0; i < interrupts; ++i) script += "kill -INT $run; sleep 0.2\n";
@@ -47,6 +48,18 @@ TEST(Interrupt, TheSecondExplainsAndTheThirdEndsTheProcess) {
   EXPECT_LT(first, second);
   EXPECT_LT(second, third);
   EXPECT_NE(third, std::string::npos) << result.err;
+}
+
+// As under nohup: the pen gets everything.
+TEST(Interrupt, ASignalThatWasIgnoredAtTheStartStaysIgnored) {
+  HostRig rig;
+  rig.AddPen("0x2a", {"transfer-speed=400", "tick-size=16"});
+  ProgramResult result = rig.Shell(
+      "trap '' HUP INT\n\"$quarvel\" install \"$bundle\" --cert \"$cert\" --all --json >\"$dir/events\" & run=$!\n"
+      "for i in $(seq 200); do grep -q transferring \"$dir/events\" && break; sleep 0.05; done\n"
+      "kill -HUP $run; kill -INT $run; wait $run");
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(EventsOf(ReadWholeFile(rig.folder() / "events"), "result").at(0).at("class"), "done");
 }
 
 }  // namespace

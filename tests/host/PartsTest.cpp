@@ -10,11 +10,22 @@ namespace {
 TEST(Text, ForeignTextsCannotSteerTheTerminal) {
   EXPECT_EQ(Printable("a\x1b[2Jb\n\x7f\xc3\xa5"), "a?[2Jb??\xc3\xa5");
   const char field[4] = {'a', 'b', 'c', 'd'};
-  EXPECT_EQ(FieldText(field), "abcd");
+  EXPECT_EQ(TextOfField(field), "abcd");
   EXPECT_EQ(CutToColumns("\xc3\xa5\xc3\xa4z", 2), "\xc3\xa5\xc3\xa4");
-  EXPECT_EQ(BarText(1, 2), "[##########>         ]  50%");
-  EXPECT_EQ(BarText(0, 0), "[>                   ]   0%");
-  EXPECT_EQ(BarText(5, 2), "[####################] 100%");
+  EXPECT_EQ(BarText(1, 2, 4) + PercentText(1, 2), "[##> ] 50%");
+  EXPECT_EQ(BarText(0, 0, 4) + PercentText(0, 0), "[>   ]  0%");
+  EXPECT_EQ(BarText(5, 2, 4) + PercentText(5, 2), "[####]100%");
+}
+
+TEST(Masking, ReplacesNamesAndFoldersTheLongestFirst) {
+  Masking masking;
+  masking.AddName("Ada");
+  masking.AddName("Pen of Ada");
+  masking.AddFolderOf("/home/ada/x.bundle");
+  masking.AddFolderOf("/home/ada/pens/y.log");
+  masking.AddFolderOf("/tmp/z.log");
+  EXPECT_EQ(masking.Apply("Pen of Ada, Ada, /home/ada/pens/q, /home/ada/x.bundle, /tmp/z.log"),
+            "name-2, name-1, /folder-2/q, /folder-1/x.bundle, /tmp/z.log");
 }
 
 TEST(Masking, ReplacesIdsInEveryFormThatIsTold) {

@@ -45,6 +45,10 @@ TEST(Report, HoldsTheLastRunAndMasksPenIds) {
   EXPECT_EQ(EventsOf(members["events.jsonl"], "result").size(), 1U);
   EXPECT_PRED2(Has, members["quarvel.log"], "insStartInstall");
 
+  EXPECT_EQ(Json::parse(members["pens.json"]).at("pens").at(0).at("name"), "name-1");
+  EXPECT_FALSE(Has(members["run.json"], rig.path())) << members["run.json"];
+  ASSERT_EQ(rig.Quarvel({"report", "-o", "DIR/report.zip"}).status, 2) << "nothing is overwritten unasked";
+
   ASSERT_EQ(rig.Quarvel({"report", "-o", "DIR/full.zip", "--full"}).status, 0);
   EXPECT_PRED2(Has, Members(rig.folder() / "full.zip")["pens.json"], "0x1122334455667788");
 }

@@ -25,6 +25,7 @@ complete -c quarvel-bundle -n '__quarvel_bundle_on pack digest attach mutate' -r
 complete -c quarvel-bundle -n '__quarvel_bundle_on pack mutate' -r -F -l key -d "Signer's private key"
 complete -c quarvel-bundle -n '__quarvel_bundle_on pack attach mutate info verify lint' -r -F -l cert -d 'A certificate'
 complete -c quarvel-bundle -n '__quarvel_bundle_on pack mutate' -r -F -l passphrase-file -d "The key's passphrase"
+complete -c quarvel-bundle -n '__quarvel_bundle_on pack attach' -l despite-errors -d 'Whatever lint finds'
 complete -c quarvel-bundle -n '__quarvel_bundle_on attach' -r -F -l signatures -d 'Folder with the signatures'
 complete -c quarvel-bundle -n '__quarvel_bundle_on info verify lint plan diff' -l json -d 'Write JSON'
 complete -c quarvel-bundle -n '__quarvel_bundle_on lint' -l strict -d 'Let warnings count as errors'
