@@ -216,17 +216,19 @@ TEST(Run, ReadsAPenThatBeganInDownloadModeAfterItsFirmware) {
   EXPECT_EQ(host.pen.Calls().back(), "pcEnumeratePen(9)");
 }
 
-TEST(Run, ForgetsAnAbortThatCameBeforeIt) {
+TEST(Run, ForgetsAnAbortThatCameBeforeItHadReadThePen) {
   ScriptedHost host(AutumnBundle());
-  host.pen.penlets = {MakePenlet({"writer", "9", "Notes", "9"}), MakePenlet({"notebook", "9", "Notes", "9"}),
-                      MakePenlet({"settings", "9", "System", "9"})};
   const auto abort = [&] { EXPECT_EQ(insAbort(0x2a), insSuccess); };
   host.pen.Answer("pcGetPenState", 1, {.deed = abort});
-  EXPECT_EQ(host.Install(insFlagApps), insNothingToDo) << "before the pen was read";
-  host.pen.Answer("pcGetPenletItem", 1, {.deed = abort});
-  EXPECT_EQ(host.Install(insFlagApps), insNothingToDo) << "before the first package";
+  EXPECT_EQ(host.Install(insFlagApps), insVerifyPenFailed) << "the pen says that nothing arrived";
+  EXPECT_EQ(host.pen.Calls("pcInstallPenlet").size(), 3U);
+  host.pen.Answer("pcGetPenInfo", 1, {.deed = abort});
+  EXPECT_EQ(host.Install(insFlagApps), insAborted);
+  EXPECT_EQ(host.pen.Calls("pcInstallPenlet").size(), 4U);
+
+  host.pen.penlets = {MakePenlet({"writer", "9", "Notes", "9"}), MakePenlet({"notebook", "9", "Notes", "9"})};
   host.pen.Answer("pcGetPenletCount", 1, {.deed = abort});
-  EXPECT_EQ(host.Remove("Notes"), insSuccess) << "before the first penlet was removed";
+  EXPECT_EQ(host.Remove("Notes"), insSuccess) << "it came before the first was removed";
   EXPECT_EQ(host.pen.Calls("pcUninstallPenlet").size(), 2U);
 }
 
