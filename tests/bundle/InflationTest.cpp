@@ -1,5 +1,6 @@
 // What archives hold does not depend on what they are inflated with: whole, damaged in every place and cut everywhere.
 #include <gtest/gtest.h>
+#include <sched.h>
 
 #include <filesystem>
 #include <functional>
@@ -22,8 +23,20 @@ struct Unpacked {
   bool operator==(const Unpacked&) const = default;
 };
 
+// On one core: how far several threads get before one of them fails is not told by the archive.
 class Inflation : public testing::Test {
  protected:
+  Inflation() {
+    sched_getaffinity(0, sizeof m_cores, &m_cores);
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    for (int core = 0; core < CPU_SETSIZE && CPU_COUNT(&one) == 0; ++core) {
+      if (CPU_ISSET(core, &m_cores)) CPU_SET(core, &one);
+    }
+    sched_setaffinity(0, sizeof one, &one);
+  }
+  ~Inflation() override { sched_setaffinity(0, sizeof m_cores, &m_cores); }
+
   Unpacked Unpack(const std::string& zip, With inflation) {
     const std::string out = m_folder / "out";
     fs::remove_all(out);
@@ -56,6 +69,7 @@ class Inflation : public testing::Test {
     return text.substr(0, size);
   }
 
+  cpu_set_t m_cores;
   TestLog m_log;
   TempFolder m_folder;
   size_t m_seen = 0;  // lines of the log

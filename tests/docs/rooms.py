@@ -16,7 +16,7 @@ USES = {
     "installer/bundle": ["Common", PUBLIC, RECORD],
     "installer/updater": ["Common", "installer/bundle", "platform", PUBLIC],
     "installer": ["Common", "installer/bundle", "installer/updater", "platform"],
-    "simulator": ["platform"],
+    "simulator": ["platform", "trace"],
     "trace": ["platform"],
     "desk": [PUBLIC, PENS],
     "host": ["desk", "authoring/Plan.h", "authoring/PenFile.h", PUBLIC, PENS],
