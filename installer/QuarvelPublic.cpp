@@ -28,7 +28,7 @@ constexpr unsigned long kMessageLimit = 1024;   // bytes
 // Runs one call of a host. Nothing is thrown to the host: what escapes gives `onFailure`, and the log says what it was.
 // Only a thread that the host ends inside its own callback unwinds through, as it must; destructors put things right.
 template <typename Work>
-InsResCode Guarded(const char* tag, InsResCode onFailure, const Work& work) {
+QUARVEL_CATCHES_THREAD_ENDS InsResCode Guarded(const char* tag, InsResCode onFailure, const Work& work) {
   try {
     return work();
   } catch (const std::bad_alloc&) {

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <optional>
-#include <span>
 
 #include "Common/Logger_mac.h"
 #include "Common/StringUtil.h"
@@ -72,12 +71,9 @@ InsResCode CBundle::ParseBundle() {
   if (read != insSuccess) return read;
   XML document;
   if (text) {
-    // What is verified later must be what is parsed here. The text stays where it is while it is parsed.
-    const std::span<const char> bytes(static_cast<const char*>(*text), size);
-    CWorkers::Share(2, [&](size_t piece) {
-      if (piece == 0) document.LoadText(std::move(*text));
-      if (piece == 1) CVerifier::DigestBytes(bytes, m_manifestDigest);
-    });
+    // What is verified later must be what is parsed here.
+    CVerifier::DigestBytes({static_cast<const char*>(*text), size}, m_manifestDigest);
+    document.LoadText(std::move(*text));
   }
   return ParseGroups(document);
 }

@@ -49,7 +49,8 @@ void TakeInHand(UpdateRun& run, BundlePackage& package) {
   }
 }
 
-int32_t CallHost(UpdateRun& run, int32_t penHandle, const PenUpdateProgressCallbackInfo& info) {
+QUARVEL_CATCHES_THREAD_ENDS int32_t CallHost(UpdateRun& run, int32_t penHandle,
+                                             const PenUpdateProgressCallbackInfo& info) {
   try {
     return run.m_callback(penHandle, &info, run.m_userData);
   } catch (const ThreadEnds&) {
