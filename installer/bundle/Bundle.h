@@ -89,8 +89,8 @@ class CBundle {
   InsResCode ParseGroup(const XMLElement* element, BundleGroup& group, DeferredLog& log);
   InsResCode ParsePackage(const XMLElement* element, const std::string& folder, BundlePackage& package,
                           DeferredLog& log);
-  // Hands over the text of a manifest, nothing of one that is missing; its size without the slack goes to `*size`.
-  InsResCode ReadManifest(const char* tag, const char* name, std::optional<Z<char>>& text, size_t* size);
+  // Hands over the text of a manifest and, as `*size`, its size without the slack: 0 for one that is missing.
+  InsResCode ReadManifest(const char* tag, const char* name, Z<char>& text, size_t* size);
 
   // Bytes of the file at this path below the folder, 0 when there is none.
   uint64_t SizeOf(const std::string& inside) const;

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <optional>
 
 #include "Common/Logger_mac.h"
 #include "Common/StringUtil.h"
@@ -65,20 +64,20 @@ void ReadProperties(const XMLElement* element, std::vector<BundlePackageProperty
 InsResCode CBundle::ParseBundle() {
   const InsResCode signatures = LoadDRM();
   if (signatures != insSuccess) return signatures;
-  std::optional<Z<char>> text;
+  Z<char> text(0);
   size_t size = 0;
   const InsResCode read = ReadManifest("ParseBundle", "update.xml", text, &size);
   if (read != insSuccess) return read;
   XML document;
-  if (text) {
+  if (size > 0) {
     // What is verified later must be what is parsed here.
-    CVerifier::DigestBytes({static_cast<const char*>(*text), size}, m_manifestDigest);
-    document.LoadText(std::move(*text));
+    CVerifier::DigestBytes({static_cast<const char*>(text), size}, m_manifestDigest);
+    document.LoadText(std::move(text));
   }
   return ParseGroups(document);
 }
 
-InsResCode CBundle::ReadManifest(const char* tag, const char* name, std::optional<Z<char>>& text, size_t* size) {
+InsResCode CBundle::ReadManifest(const char* tag, const char* name, Z<char>& text, size_t* size) {
   const UniqueFd file = m_folder->tree().OpenFile(name);
   struct stat status {};
   if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return insSuccess;
@@ -88,11 +87,11 @@ InsResCode CBundle::ReadManifest(const char* tag, const char* name, std::optiona
                       static_cast<unsigned long long>(kLargestManifest));
     return insBadManifest;
   }
-  *size = static_cast<size_t>(status.st_size);
-  text.emplace(*size + XML::kSlack);
+  const auto whole = static_cast<size_t>(status.st_size);
+  text = Z<char>(whole + XML::kSlack);
   size_t done = 0;
-  while (done < *size) {
-    const ssize_t got = read(file.get(), static_cast<char*>(*text) + done, *size - done);
+  while (done < whole) {
+    const ssize_t got = read(file.get(), static_cast<char*>(text) + done, whole - done);
     if (got < 0 && errno == EINTR) continue;
     if (got <= 0) break;  // it has become shorter: the rest is zero
     done += static_cast<size_t>(got);

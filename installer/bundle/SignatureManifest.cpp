@@ -30,12 +30,12 @@ std::shared_ptr<const CertSubject> SubjectOf(const std::string& text) {
 
 InsResCode CBundle::LoadDRM() {
   m_drmInfos.clear();
-  std::optional<Z<char>> text;
+  Z<char> text(0);
   size_t size = 0;
   const InsResCode read = ReadManifest("LoadDRM", "bom.xml", text, &size);
   if (read != insSuccess) return read;
   XML document;
-  if (text) document.LoadText(std::move(*text));
+  if (size > 0) document.LoadText(std::move(text));
   XMLElement* root = document.HasDefaultRoot() ? nullptr : document.GetRootElement();
   if (!root) {
     g_Logger.LogEvent("LoadDRM", "Not found BOM root element");

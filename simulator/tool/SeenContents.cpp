@@ -170,7 +170,7 @@ class FirstContents {
       Take(found->second, reading.at);
       // It stands where it stood, as far as what is before it was read.
       if (m_penlets.size() > before && static_cast<size_t>(index) < before) {
-        std::rotate(m_penlets.begin() + index, m_penlets.end() - 1, m_penlets.end());
+        std::rotate(m_penlets.begin() + static_cast<ptrdiff_t>(index), m_penlets.end() - 1, m_penlets.end());
       }
       return m_penlets.size() > before;
     }
