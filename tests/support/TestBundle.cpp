@@ -126,7 +126,7 @@ bool MakeTwins(const TestBundle& one, const TestBundle& other) {
   const std::string& small = isFirstSmaller ? one.path() : other.path();
   const std::string& large = isFirstSmaller ? other.path() : one.path();
   std::string bytes = authoring::ReadFile(small);
-  const size_t comment = std::filesystem::file_size(large) - bytes.size();
+  const auto comment = static_cast<size_t>(std::filesystem::file_size(large)) - bytes.size();
   bytes[bytes.size() - 2] = static_cast<char>(comment & 0xff);
   bytes[bytes.size() - 1] = static_cast<char>(comment >> 8);
   authoring::WriteFile(small, bytes + std::string(comment, 'c'));
