@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <deque>
@@ -38,9 +39,24 @@ Counted Count(const char* function) {
   return {++g_count, ++g_counts[{function, 0}], g_hook, g_hookContext};
 }
 
+std::string TextOf(trace::Line& line) {
+  line.Finish();
+  return {line.data(), line.size()};
+}
+
+std::string Described(const CallText& call, int32_t result) {
+  trace::Line line;
+  if (call.arguments) call.arguments(line);
+  const std::string text = TextOf(line);
+  const std::string_view arguments = std::string_view(text).substr(0, text.find('\n'));
+  return fmt::format("{}({}{}{})={}", call.function, call.penHandle, arguments == "{}" ? "" : ", ",
+                     arguments == "{}" ? "" : arguments, result);
+}
+
 void Keep(const CallText& call, int32_t result) {
+  std::string text = Described(call, result);
   const std::lock_guard lock(g_lock);
-  g_calls.push_back(fmt::format("{}({})={}", call.function, call.penHandle, result));
+  g_calls.push_back(std::move(text));
   if (g_calls.size() > kCallsKept) g_calls.pop_front();
 }
 
@@ -63,9 +79,16 @@ bool IsAbout(const CallText& call, const Pen& pen) {
   return call.penHandle == 0 || (pen.connected && call.penHandle == pen.handle);
 }
 
+// Before the call does anything.
+void KillHostIfDue(const Pen& pen) {
+  if (pen.settings.killsHostAt > 0 && CountFor(pen, "any") == pen.settings.killsHostAt) raise(SIGKILL);
+}
+
 int32_t FindPenFault(const CallText& call) {
   for (const PenPointer& pen : PeekPens()) {
-    if (pen->faults.empty() || !IsAbout(call, *pen)) continue;
+    if (!IsAbout(call, *pen)) continue;
+    KillHostIfDue(*pen);
+    if (pen->faults.empty()) continue;
     const int32_t error = FindFault(pen->faults, call.function, CountFor(*pen, call.function));
     if (error != 0) return error;
   }
@@ -78,11 +101,6 @@ bool IsFirstIn(const std::string& file) {
   if (g_traced == file) return false;
   g_traced = file;
   return true;
-}
-
-std::string TextOf(trace::Line& line) {
-  line.Finish();
-  return {line.data(), line.size()};
 }
 
 std::string IntroductionText() {

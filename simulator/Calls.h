@@ -11,12 +11,12 @@
 
 namespace sim {
 
-// One call of a pen function, for its trace.
+// One call of a pen function, for what is kept of it and for its trace.
 struct CallText {
   const char* function;
-  int32_t penHandle;  // 0 where the function takes none
-  // Both are asked only when a trace is written, after the call; the answers when it did not fail.
-  std::function<void(trace::Line&)> arguments;
+  int32_t penHandle;                            // 0 where the function takes none
+  std::function<void(trace::Line&)> arguments;  // asked before and after the call
+  // Asked only when a trace is written, after a call that did not fail.
   std::function<void(trace::Line&, int32_t result)> answers{};
   uint64_t penId = 0;   // where the function takes an id
   int32_t channel = 0;  // where the function takes nothing else

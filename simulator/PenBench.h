@@ -97,7 +97,7 @@ typedef int32_t (*pbHook)(void* context, int32_t number, const char* function, i
    it with the number without its sign. It may call control functions. Null for none. */
 void pbSetHook(pbHook hook, void* context);
 int32_t pbCallCount(void);
-int32_t pbCall(int32_t number, char* out, int32_t size); /* "pcGetPenState(3)=0" */
+int32_t pbCall(int32_t number, char* out, int32_t size); /* "pcStopObex(0, {"channel":1})=0": handle, arguments */
 int32_t pbOpenChannels(void);
 int32_t pbMarks(void);
 int32_t pbThreads(void); /* that the library made and that still run */

@@ -71,6 +71,8 @@ constexpr std::array kSettings = {
     Setting{"starts-in-download", &Settings::startsInDownload, "the pen is in download mode when it is plugged in"},
     Setting{"stray-progress", &Settings::strayProgress,
             "progress calls also come with another pen's handle, from a second thread and after the end"},
+    Setting{"kills-host-at", &Settings::killsHostAt,
+            "the call about this pen, counted in each process from 1, at which the process is killed; 0 for never"},
 };
 
 const Setting& Find(std::string_view name) {

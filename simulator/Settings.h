@@ -33,6 +33,7 @@ struct Settings {
   bool leavesHalf = false;
   bool startsInDownload = false;
   bool strayProgress = false;
+  int64_t killsHostAt = 0;
 };
 
 // Sets one from a text as a person types it; throws pbErrSetting.

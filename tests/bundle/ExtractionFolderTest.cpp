@@ -209,7 +209,7 @@ TEST(ExtractionFolder, IsNotFilledByABomb) {
 }
 
 TEST(ExtractionFolder, ServesEightProcessesAndEightThreadsAtOnce) {
-  for (int round = 0; round < 100; ++round) {
+  for (int round = 0; round < 25; ++round) {
     TestBundle file(Files(6, 10'000));
     std::array<pid_t, 8> children{};
     for (pid_t& child : children) {

@@ -160,7 +160,7 @@ TEST(Program, EveryFailureIsAnEventToo) {
   EXPECT_TRUE(EventsOf(noPen.out, "result").at(0).at("code").is_null());
 }
 
-TEST(Program, NeverInstallsAPackageThatFailsItsSignatureCheck) {
+TEST(Program, RefusesABundleOfWhichOnePackageHasAForeignSigner) {
   TestBundleOptions options = NotesBundle();
   const TestIdentity& other = MakeTestIdentity("/C=SE/O=Elsewhere/CN=Nobody", 1);
   options.signerOf = {{"Notes/writer.pen", &other}};

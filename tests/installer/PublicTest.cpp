@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <filesystem>
 #include <set>
 #include <thread>
 
@@ -63,12 +64,28 @@ TEST(Bundles, HandlesCountUpAndAreNeverGivenOutAgain) {
   EXPECT_EQ(insReleaseBundle(third), insSuccess);
 }
 
+namespace {
+
+// The calls of the pen library so far, with their arguments and results.
+Lines WholeCalls() {
+  Lines calls(static_cast<size_t>(pbCallCount()), std::string(200, '\0'));
+  for (size_t i = 0; i < calls.size(); ++i) {
+    calls[i].resize(static_cast<size_t>(pbCall(static_cast<int32_t>(i) + 1, calls[i].data(), 200)));
+  }
+  return calls;
+}
+
+}  // namespace
+
 TEST(Bracket, MarksThePenForTheTimeOfTheRun) {
   UpdaterRig rig;
   const PenUpdateCfg cfg{insFlagApps, nullptr, 0, nullptr};
   EXPECT_EQ(insStartInstall(&rig.penHandle(), 9999, &cfg, nullptr, nullptr), insNoBundle);
-  EXPECT_EQ(rig.pens().Calls(), (std::vector<std::string>{"pcGetPenId", "pcRegisterVolatile", "pcUnRegisterVolatile"}));
-  const std::string pen = "penHandle=" + std::to_string(rig.penHandle()) + ", bundleHandle=9999";
+  const std::string handle = std::to_string(rig.penHandle());
+  EXPECT_EQ(WholeCalls(), (Lines{"pcGetPenId(" + handle + ", {\"nameSize\":0})=0",
+                                 "pcRegisterVolatile(0, {\"name\":\"Install\",\"id\":\"0x2a\"})=0",
+                                 "pcUnRegisterVolatile(0, {\"name\":\"Install\",\"id\":\"0x2a\"})=0"}));
+  const std::string pen = "penHandle=" + handle + ", bundleHandle=9999";
   EXPECT_EQ(rig.log().Lines(), (Lines{"insStartInstall: +" + pen, "insStartInstall: -Ret=-103, " + pen}));
 
   ASSERT_EQ(pcRegisterVolatile("Install", kPenId), 0) << "somebody else is at it";
@@ -99,6 +116,7 @@ TEST(CarelessHosts, GetACodeForWhatIsMissing) {
   EXPECT_TRUE(rig.LeftNothingOpen());
 }
 
+// From the callback, by another thread than the run's.
 TEST(Bundles, AReleasedBundleServesTheRunThatUsesIt) {
   UpdaterRig rig;
   const char* const certificates[] = {MakeTestIdentity().certPem.c_str()};
@@ -106,12 +124,33 @@ TEST(Bundles, AReleasedBundleServesTheRunThatUsesIt) {
   static int bundle;
   ASSERT_EQ(insLoadBundle(rig.bundle().path().c_str(), &bundle), insSuccess);
   ASSERT_EQ(insVerifyBundle(bundle, &cfg), insSuccess);
-  const auto release = [](int32_t, const PenUpdateProgressCallbackInfo*, void*) -> int32_t {
-    insReleaseBundle(bundle);
+  const auto release = [](int32_t, const PenUpdateProgressCallbackInfo*, void* count) -> int32_t {
+    const InsResCode expected = ++*static_cast<int*>(count) == 1 ? insSuccess : insNoBundle;
+    std::thread([expected] { EXPECT_EQ(insReleaseBundle(bundle), expected); }).join();
     return 0;
   };
-  EXPECT_EQ(insStartInstall(&rig.penHandle(), bundle, &cfg, release, nullptr), insSuccess);
+  int reports = 0;
+  EXPECT_EQ(insStartInstall(&rig.penHandle(), bundle, &cfg, release, &reports), insSuccess);
+  EXPECT_GE(reports, 4);
   EXPECT_EQ(rig.pens().Contents(kPenId), kInstalled);
+  EXPECT_TRUE(rig.LeftNothingOpen());
+}
+
+TEST(CarelessHosts, GetTheirResultWhateverBecomesOfTheLog) {
+  const TempFolder folder;
+  for (const std::string& path :
+       {std::string("/dev/full"), folder.path().string(), folder / "none/log", folder / "logs/log"}) {
+    UpdaterRig rig;
+    folder.Write("logs/log", "");
+    EXPECT_EQ(insSetupLog(1, path.c_str(), 0), insSuccess) << path;
+    rig.AnswerWith([&folder](const Report&) -> int32_t {
+      std::filesystem::remove_all(folder / "logs");
+      return 0;
+    });
+    EXPECT_EQ(rig.Install(), insSuccess) << path;
+    EXPECT_EQ(rig.pens().Contents(kPenId), kInstalled) << path;
+    EXPECT_EQ(insSetupLog(0, nullptr, 0), insSuccess);
+  }
 }
 
 TEST(ResultCodes, AreDistinctAndTellWhatToDo) {

@@ -106,6 +106,27 @@ TEST_F(Processes, MarksAndChannelsAreForOneProcessAndGoWithIt) {
   EXPECT_EQ(pbMarks(), 0);
 }
 
+TEST_F(Processes, AProcessIsKilledAtTheCallThatThePenSays) {
+  pens.Add({{"id", "0x2b"}});
+  const int32_t other = Handles().at(1);
+  const SharedNumber made;
+  int32_t state = 0;
+  pens.Set(kPen, "kills-host-at", "3");
+  const pid_t host = fork();
+  if (host == 0) {
+    pbReset();  // the count begins here
+    for (const int32_t of : {handle, other, other, handle, other, handle, handle}) {
+      pcGetPenState(of, &state, 0, 0);
+      ++*made;
+    }
+    _exit(0);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(host, &status, 0), host);
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+  EXPECT_EQ(*made, 5) << "calls for another pen are not counted";
+}
+
 // Every look sees every pen, whatever is written at the same time.
 TEST_F(Processes, APenThatIsOnTheBusIsNeverMissed) {
   pens.Add({{"id", "0x2b"}});
