@@ -18,6 +18,7 @@ set(link_flags "-L${gcc_folder} -Wl,--disable-new-dtags -Wl,--dynamic-linker=${C
 foreach(folder IN LISTS library_folders)
   string(APPEND link_flags " -L${folder} -Wl,-rpath,${folder}")
 endforeach()
+set(QUARVEL_RUNTIME_FOLDERS ${library_folders})  # for programs with the newer kind
 set(CMAKE_EXE_LINKER_FLAGS_INIT "${link_flags}")
 string(REGEX REPLACE "-Wl,--dynamic-linker=[^ ]*" "" shared_flags "${link_flags}")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "${shared_flags}")

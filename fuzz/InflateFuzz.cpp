@@ -49,7 +49,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string all = ReadAll(file, place, CZipMember::Inflation::kZlib, 5000).bytes;
   const int64_t claimed = static_cast<int64_t>(all.size()) + static_cast<int8_t>(data[0]);
   place.size = static_cast<uint64_t>(std::max<int64_t>(claimed, 0));
-  const size_t whole = std::min<size_t>(all.size(), place.size);
+  const size_t whole = std::min(all.size(), static_cast<size_t>(place.size));
   place.checksum =
       static_cast<uint32_t>(crc32(0, reinterpret_cast<const uint8_t*>(all.data()), static_cast<uInt>(whole)));
   for (const size_t step : {size_t{1} << 18, size_t{700}}) {

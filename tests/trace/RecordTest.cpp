@@ -118,14 +118,11 @@ TEST(Record, ChangesNoAnswer) {
   const std::string mine = rig.folder().Write("mine", "my novel\n");
   fs::create_directories(rig.folder() / "folder");
   fs::create_symlink("/nowhere/at/all", rig.folder() / "dangling");
-  // A host whose own output is no file, which would be limited too.
-  const auto piped = [](const std::string& words) {
-    return std::vector<std::string>{"/bin/bash", "-c", "set -o pipefail; " LINKED_HOST " " + words + " | cat"};
-  };
   const struct {
     const char* name;
     std::vector<std::string> arguments;
     std::string file;
+    bool isPiped = false;  // a file of its own would be limited too
   } rows[] = {
       {"recorded", {LINKED_HOST, "all"}, rig.folder() / "a"},
       {"off", {LINKED_HOST, "all"}, ""},
@@ -135,8 +132,8 @@ TEST(Record, ChangesNoAnswer) {
       {"a device", {LINKED_HOST, "all"}, "/dev/full"},
       {"another's file", {LINKED_HOST, "all"}, mine},
       {"a name too long", {LINKED_HOST, "all"}, std::string(6000, 'x')},
-      {"no room at all", piped("limited 0"), rig.folder() / "b"},
-      {"little room", piped("limited 1500"), rig.folder() / "c"},
+      {"no room at all", {LINKED_HOST, "limited", "0"}, rig.folder() / "b", true},
+      {"little room", {LINKED_HOST, "limited", "1500"}, rig.folder() / "c", true},
       {"a library that comes and goes", {LOADING_HOST, "all"}, rig.folder() / "d"},
       {"transfer", {LINKED_HOST, "ticks", "5000"}, rig.folder() / "e"},
       {"stopped transfer", {LINKED_HOST, "stop", "70"}, rig.folder() / "f"},
@@ -144,8 +141,8 @@ TEST(Record, ChangesNoAnswer) {
       {"fork", {LINKED_HOST, "fork"}, rig.folder() / "h"},
   };
   for (const auto& row : rows) {
-    const ProgramResult alone = rig.Run(row.arguments, {}, false);
-    const ProgramResult recorded = rig.Run(row.arguments, {{"TESSVIK_TRACE", row.file}});
+    const ProgramResult alone = rig.Run(row.arguments, {}, false, row.isPiped);
+    const ProgramResult recorded = rig.Run(row.arguments, {{"TESSVIK_TRACE", row.file}}, true, row.isPiped);
     EXPECT_EQ(recorded.out, alone.out) << row.name;
     EXPECT_EQ(recorded.err, alone.err) << row.name;
     EXPECT_EQ(recorded.status, alone.status) << row.name;

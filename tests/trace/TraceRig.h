@@ -14,12 +14,17 @@ class TraceRig {
  public:
   using Environment = std::map<std::string, std::string>;
 
-  // Over the odd pen library, unless `environment` names simulated pens.
-  ProgramResult Run(std::vector<std::string> arguments, Environment environment, bool isRecorded = true) const {
+  // Over the odd pen library, unless `environment` names simulated pens. A host whose output is piped has none that is
+  // a file.
+  ProgramResult Run(std::vector<std::string> arguments, Environment environment, bool isRecorded = true,
+                    bool isPiped = false) const {
     if (!environment.contains("TESSVIK_SIM_DIR")) environment["LD_LIBRARY_PATH"] = ODD_FOLDER;
-    if (isRecorded) environment["LD_PRELOAD"] = TRACE_LIBRARY;
+    environment["RECORDER"] = isRecorded ? TRACE_LIBRARY : "";
     environment.insert({"TESSVIK_TRACE", file()});
     environment["ASAN_OPTIONS"] = "verify_asan_link_order=0";
+    const char* script =
+        isPiped ? "set -o pipefail; LD_PRELOAD=$RECORDER \"$@\" | cat" : "LD_PRELOAD=$RECORDER exec \"$@\"";
+    arguments.insert(arguments.begin(), {"/bin/bash", "-c", script, "bash"});
     return RunProgram(arguments, {.stdinText = "", .environment = environment});
   }
   trace::Recording Record(const std::vector<std::string>& words, Environment environment = {}) const {
