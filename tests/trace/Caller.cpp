@@ -21,7 +21,7 @@
 
 namespace {
 
-// Counts for one transfer; asks to stop at a tick.
+// Counts for one transfer; asks to stop at a tick. It outlives its transfer, since late calls come to it.
 struct Watch {
   std::atomic<int> ticks{0};
   int stopAt = -1;
@@ -84,7 +84,7 @@ void Look(int32_t pen) {
 
 void Read(int32_t pen, int32_t channel) {
   char buffer[8] = "";
-  Watch watch;
+  static Watch watch;
   Tell("pcGetPenInfo", pcGetPenInfo(pen, channel, buffer, sizeof buffer, OnProgress, &watch));
   Tell("pcGetPenletInfo", pcGetPenletInfo(pen, channel, nullptr, 0, OnProgress, &watch));
   std::printf("%.8s %d ticks\n", buffer, watch.ticks.load());
@@ -101,9 +101,9 @@ void Read(int32_t pen, int32_t channel) {
 }
 
 void Change(int32_t pen, int32_t channel, const char* app, const char* firmware) {
-  Watch all;
+  static Watch all;
   Tell("pcInstallPenlet", pcInstallPenlet(pen, channel, app, "the subject", "c2lnbmF0dXJl", 9, OnProgress, &all));
-  Watch stopped;
+  static Watch stopped;
   stopped.stopAt = 1;
   Tell("pcInstallPenlet", pcInstallPenlet(pen, channel, app, "", "", 9, OnProgress, &stopped));
   std::printf("%d and %d ticks\n", all.ticks.load(), stopped.ticks.load());
