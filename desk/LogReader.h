@@ -46,6 +46,8 @@ class LogReader {
                         uint64_t since = 0) const;
   // Where the log ends now, for a call that begins: threads' names come again, so older lines must not count.
   uint64_t Mark() const;
+  // Where it ended when this reader was made.
+  uint64_t Begin() const { return m_begin; }
   const std::string& File() const { return m_file; }
 
  private:

@@ -1,20 +1,11 @@
-// The pens that an install on this machine left half-way, from the traces of the runs that are kept here.
+// The pens that an install on this machine left half-way, from the runs that are kept here.
 #ifndef QUARVEL_DESK_LOSTPENS_H
 #define QUARVEL_DESK_LOSTPENS_H
 
 #include <string>
 #include <vector>
 
-#include "desk/Json.h"
-#include "desk/LoadedBundle.h"
-
-// What an install was to bring, as it is kept with the run.
-struct InstallOrder {
-  std::string bundle;  // its whole path
-  InstallChoice choice;
-};
-Json ToJson(const InstallOrder& order);
-InstallOrder InstallOrderFrom(const Json& kept);
+#include "desk/RunRecord.h"
 
 struct LostPen {
   std::string id;    // as PenIdText
@@ -23,8 +14,8 @@ struct LostPen {
   InstallOrder order;
 };
 
-// Each pen once: those whose last install here was ended by force, or stopped or failed with the pen left half-way.
-// The newest first.
-std::vector<LostPen> LostPens();
+// Of runs, the newest first, each pen once: those whose last install was ended by force, or stopped or failed with the
+// pen left half-way. A pen that a run works on is not lost. The newest first.
+std::vector<LostPen> LostPens(const std::vector<RunRecord>& runs);
 
 #endif

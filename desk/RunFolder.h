@@ -1,35 +1,53 @@
-// The folder in which a run leaves its traces for `quarvel report`: its log, its events and what it was about. They
-// stand below XDG_STATE_HOME/quarvel (or ~/.local/state/quarvel), one folder a run, named by time, the newest ten kept.
+// The folder in which a run leaves what is kept of it: its journal, its log, its events and its trace. Folders stand
+// below the state folder, one a run, named by time, and are their owner's alone. While its run goes on a folder is
+// locked, so that others can tell a run that goes on from one that was killed. A value; whoever made the folder holds
+// the lock until the last copy is gone.
 #ifndef QUARVEL_DESK_RUNFOLDER_H
 #define QUARVEL_DESK_RUNFOLDER_H
 
+#include <cstdint>
 #include <filesystem>
-#include <optional>
+#include <memory>
 #include <string>
 #include <vector>
 
-#include "desk/Json.h"
-
 class RunFolder {
  public:
-  // Makes a new folder for this run and drops the oldest ones. Where none can be made, a temporary one serves.
-  static RunFolder Make();
-  // The newest run's folder.
-  static std::optional<RunFolder> Last();
-  // All that are kept, oldest first.
-  static std::vector<RunFolder> All();
+  // Makes and locks a new folder. Where none can be made below `state`, one in the temporary folder serves, which is
+  // kept by nobody; IsKept tells, and `problem` why.
+  static RunFolder Make(const std::filesystem::path& state, std::string& problem);
+  // All that are kept, oldest first; nothing when the state folder cannot be read.
+  static std::vector<RunFolder> All(const std::filesystem::path& state);
+  static RunFolder Named(const std::filesystem::path& state, const std::string& name) {
+    return RunFolder(state / name);
+  }
 
+  std::string JournalFile() const { return m_path / "run.jsonl"; }
   std::string EventsFile() const { return m_path / "events.jsonl"; }
   std::string LogFile() const { return m_path / "quarvel.log"; }
-  // What the run was about: "command", "bundle", "log", "started".
-  void WriteDescription(const Json& description) const;
-  // An empty object when there is none that can be read.
-  Json ReadDescription() const;
+  std::string TraceFile() const { return m_path / "trace.jsonl"; }
   std::string Name() const { return m_path.filename(); }
 
+  bool IsKept() const { return m_kept; }
+  // Whether its run goes on, in this process or another.
+  bool IsLocked() const;
+  uint64_t Bytes() const;
+  // When it was made, in seconds since the epoch.
+  int64_t Time() const;
+  // Removes it with all that is in it.
+  void Remove() const;
+
  private:
-  explicit RunFolder(std::filesystem::path path) : m_path(std::move(path)) {}
+  explicit RunFolder(std::filesystem::path path, bool kept = true) : m_path(std::move(path)), m_kept(kept) {}
+  void Lock();
+
   std::filesystem::path m_path;
+  bool m_kept;
+  std::shared_ptr<void> m_lock;
 };
+
+// Where programs of a desk keep what outlives them: quarvel below XDG_STATE_HOME, or below ~/.local/state. Empty when
+// neither is known.
+std::filesystem::path StateFolder();
 
 #endif

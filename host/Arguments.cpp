@@ -101,6 +101,47 @@ void AddInstall(CLI::App& app, Parsed& parsed) {
   AddOutput(sub, parsed);
 }
 
+CLI::Option* AddRun(CLI::App* sub, Parsed& parsed, const std::string& name, const std::string& words) {
+  return sub->add_option(name, parsed.options.run, words)->check([](const std::string& text) {
+    bool number = !text.empty() && text.size() < 18 && text.find_first_not_of("0123456789") == std::string::npos;
+    return number || text == "last"
+               ? std::string()
+               : fmt::format("\"{}\" is no run; give a number as `quarvel history` does, or last", text);
+  });
+}
+
+void AddHistory(CLI::App& app, Parsed& parsed) {
+  Options& options = parsed.options;
+  CLI::App* history = AddCommand(app, parsed, "history", "List the runs that this machine has seen", HistoryCommand,
+                                 "--failed --since 7d");
+  AddPen(history, parsed, "Runs of this pen only; again for several");
+  history->add_flag("--failed", options.failed, "Runs that failed or ended without a result only");
+  history->add_option("--since", options.since, "Runs since then: 7d, 12h, 30m, or a date as 2026-11-21")
+      ->type_name("TIME");
+  history->add_option("--limit", options.limit, "As many at most (20); 0 for all")->type_name("N");
+  history->add_flag("--all", options.all, "Also runs that only looked: verify, and plans");
+  history->add_flag("--json", options.json, "One JSON document on standard output");
+  CLI::App* show = history->add_subcommand("show", "Tell all about one run");
+  show->footer("\nExample: quarvel history show last --lines");
+  show->fallthrough();
+  show->final_callback([&options] { options.show = true; });
+  AddRun(show, parsed, "RUN", "The run's number, or last")->required()->type_name("");
+  show->add_flag("--lines", options.lines, "With its lines of the library's log");
+}
+
+void AddReport(CLI::App& app, Parsed& parsed) {
+  Options& options = parsed.options;
+  CLI::App* report = AddCommand(app, parsed, "report", "Gather versions, pens and a run's traces for support",
+                                ReportCommand, "-o support.zip");
+  report->add_option("-o,--output", options.output, "The zip file to write")->required()->type_name("FILE");
+  CLI::Option* run =
+      AddRun(report, parsed, "--run", "Of this run, as `quarvel history` numbers it; else of the last one");
+  run->type_name("N");
+  report->add_flag("--failed", options.failed, "Of the last run that failed or ended without a result")->excludes(run);
+  report->add_flag("--full", options.full, "Leave pen ids, pen names and paths as they are; else they are masked");
+  report->add_flag("--force", options.replace, "Replace the file when it is there");
+}
+
 void AddCommands(CLI::App& app, Parsed& parsed) {
   Options& options = parsed.options;
   CLI::App* pens =
@@ -133,11 +174,8 @@ void AddCommands(CLI::App& app, Parsed& parsed) {
   AddPens(remove, parsed);
   AddOutput(remove, parsed);
 
-  CLI::App* report = AddCommand(app, parsed, "report", "Gather versions, pens and the last run's traces for support",
-                                ReportCommand, "-o support.zip");
-  report->add_option("-o,--output", options.output, "The zip file to write")->required()->type_name("FILE");
-  report->add_flag("--full", options.full, "Leave pen ids, pen names and paths as they are; else they are masked");
-  report->add_flag("--force", options.replace, "Replace the file when it is there");
+  AddHistory(app, parsed);
+  AddReport(app, parsed);
 
   CLI::App* version = AddCommand(app, parsed, "version", "Tell the version of the library", VersionCommand, "--json");
   version->add_flag("--json", options.json, "One JSON document on standard output");

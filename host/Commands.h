@@ -11,6 +11,7 @@ ExitStatus VerifyCommand(const Options& options);
 ExitStatus InstallCommand(const Options& options);
 ExitStatus RecoverCommand(const Options& options);
 ExitStatus RemoveCommand(const Options& options);
+ExitStatus HistoryCommand(const Options& options);
 ExitStatus ReportCommand(const Options& options);
 ExitStatus VersionCommand(const Options& options);
 

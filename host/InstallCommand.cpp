@@ -34,10 +34,11 @@ void WarnOfPenInDownloadMode(const Console& console, const std::vector<Pen>& con
       "Disconnect it if you did not mean that.");
 }
 
-Rates RatesSeen() {
+Rates RatesSeen(History& history) {
+  constexpr size_t runs = 10;
   Rates rates;
-  for (const RunFolder& run : RunFolder::All()) {
-    std::ifstream events(run.EventsFile(), std::ios::binary);
+  for (const RunRecord& run : history.Find({.limit = runs})) {
+    std::ifstream events(history.FolderOf(run).EventsFile(), std::ios::binary);
     rates.AddEvents(events);
   }
   return rates;
@@ -56,7 +57,7 @@ ExitStatus TellPlan(Session& session, InstallPlan& planner, std::vector<Pen> pen
     std::copy_if(connected.begin(), connected.end(), std::back_inserter(pens),
                  [](const Pen& pen) { return !pen.id.has_value(); });
   }
-  Rates rates = RatesSeen();
+  Rates rates = RatesSeen(session.history());
   std::vector<PenPlan> plans = planner.For(std::move(pens), connected.size(), rates);
   ShowPlans(session, plans, rates);
   ExitStatus status = ExitStatus::kDone;
@@ -67,11 +68,13 @@ ExitStatus TellPlan(Session& session, InstallPlan& planner, std::vector<Pen> pen
 }
 
 // Firmware that cannot come back is refused, and a person who is there is asked before firmware is replaced.
-void ConfirmFirmware(Session& session, InstallPlan& planner, const std::vector<Pen>& pens, size_t connected) {
+// The pens get the contents that were read for it.
+void ConfirmFirmware(Session& session, InstallPlan& planner, std::vector<Pen>& pens, size_t connected) {
   bool asks = session.console().CanAsk() && !session.options().json && !session.options().yes;
   if (!asks && connected <= kPensServed) return;
-  Rates rates = RatesSeen();
+  Rates rates = RatesSeen(session.history());
   std::vector<PenPlan> plans = planner.For(pens, connected, rates);
+  std::transform(plans.begin(), plans.end(), pens.begin(), [](const PenPlan& plan) { return plan.pen; });
   auto replaced = std::find_if(plans.begin(), plans.end(), [](const PenPlan& plan) { return plan.plan.firmware; });
   if (replaced == plans.end()) return;
   if (connected > kPensServed) throw Failure(ExitStatus::kPen, CrowdProblem(connected));
@@ -105,7 +108,7 @@ ExitStatus Install(Session& session, const std::string& file) {
 }  // namespace
 
 ExitStatus InstallCommand(const Options& options) {
-  return Session::Serve(options, "install", [&](Session& session) {
+  return Session::Serve(options, options.plan ? "plan" : "install", [&](Session& session) {
     RequirePerson(session);
     if (!options.fresh) return Install(session, options.bundle);
     FreshCopy copy(options.bundle);

@@ -4,8 +4,6 @@
 #include <stdio.h>
 #include <unistd.h>
 
-#include "desk/ResultTexts.h"
-
 namespace {
 
 bool IsIgnored(int signal) {
@@ -38,6 +36,17 @@ void Interrupts::Attend(Handler handler) {
   m_handler = std::move(handler);
 }
 
+void Interrupts::BeforeForcedEnd(ForcedEnd last) {
+  std::lock_guard<std::mutex> guard(m_lock);
+  m_last = std::move(last);
+}
+
+void Interrupts::EndProcess(ExitStatus status, const char* words) {
+  if (m_last) m_last(status, words);
+  fprintf(stderr, "\nquarvel: %s.\n", words);
+  _exit(static_cast<int>(status));
+}
+
 // SIGUSR1 is only the destructor's way to end the wait.
 void Interrupts::Serve() {
   int signal = 0;
@@ -49,13 +58,7 @@ void Interrupts::Serve() {
 void Interrupts::OnSignal() {
   std::lock_guard<std::mutex> guard(m_lock);
   int count = ++m_count;
-  if (!m_handler) {
-    fputs("\nquarvel: stopped; no pen was touched.\n", stderr);
-    _exit(static_cast<int>(ExitStatus::kAborted));
-  }
-  if (count >= 3) {
-    fputs("\nquarvel: stopped at once.\n", stderr);
-    _exit(static_cast<int>(ExitStatus::kKilled));
-  }
+  if (!m_handler) EndProcess(ExitStatus::kAborted, "stopped; no pen was touched");
+  if (count >= 3) EndProcess(ExitStatus::kKilled, "stopped at once");
   m_handler(count);
 }

@@ -11,6 +11,8 @@
 #include <mutex>
 #include <thread>
 
+#include "desk/ResultTexts.h"
+
 class Interrupts {
  public:
   // Called on the signal thread with 1 for the first interrupt, 2 for the second. The third ends the process.
@@ -24,11 +26,15 @@ class Interrupts {
   // From now on interrupts are counted and given to `handler`; before, when no pen is touched yet, the first one ends
   // the process.
   void Attend(Handler handler);
+  // Called on the signal thread right before an interrupt ends the process.
+  using ForcedEnd = std::function<void(ExitStatus status, const char* words)>;
+  void BeforeForcedEnd(ForcedEnd last);
   bool Requested() const { return m_count > 0; }
 
  private:
   void Serve();
   void OnSignal();
+  [[noreturn]] void EndProcess(ExitStatus status, const char* words);
 
   sigset_t m_signals{};
   sigset_t m_before{};
@@ -36,6 +42,7 @@ class Interrupts {
   std::atomic<bool> m_ending{false};
   std::mutex m_lock;  // guards what follows
   Handler m_handler;
+  ForcedEnd m_last;
   std::thread m_thread;
 };
 

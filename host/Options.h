@@ -23,6 +23,12 @@ struct Options {
   OnError onError = OnError::kStop;
   std::string log;     // empty: in the run's own folder
   std::string output;  // of a report
+  std::string run;     // of the history: a number, or "last"
+  bool show = false;   // that run alone
+  bool lines = false;  // with its lines of the log
+  bool failed = false;
+  std::string since;
+  size_t limit = 20;
   bool full = false;
   bool replace = false;
   bool idsOnly = false;

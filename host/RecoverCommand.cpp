@@ -49,7 +49,7 @@ InstallOrder OrderFor(const Options& options, const InstallOrder& kept) {
 
 std::vector<Patient> FindPatients(Session& session) {
   const Options& options = session.options();
-  std::vector<LostPen> lost = LostPens();
+  std::vector<LostPen> lost = LostPens(session.history().Find({}));
   std::vector<Patient> patients;
   for (const LostPen& pen : lost) {
     bool wanted = options.pens.empty() ||
@@ -227,7 +227,7 @@ ExitStatus RecoverCommand(const Options& options) {
     }
     ExitStatus status = ExitStatus::kDone;
     for (Patient& patient : patients) {
-      session.KeepOrder("recover", patient.order);
+      session.KeepOrder(patient.order);
       ExitStatus of = Repair(session, patient).Run();
       if (status == ExitStatus::kDone) status = of;
     }

@@ -8,16 +8,21 @@
 #include <sstream>
 
 #include "desk/Failure.h"
+#include "desk/History.h"
 #include "desk/PenList.h"
-#include "desk/RunFolder.h"
 #include "desk/Text.h"
 #include "desk/Version.h"
 #include "host/BundleSummary.h"
 #include "host/Commands.h"
+#include "host/Console.h"
+#include "host/HistoryText.h"
 #include "host/Masking.h"
 #include "host/ZipWriter.h"
 
 namespace {
+
+// For other programs that write the history.
+constexpr std::chrono::seconds kPatience(5);
 
 // The last part of a file, from the beginning of a line; a log that the user keeps may be long.
 std::string ReadEnd(const std::string& file) {
@@ -59,14 +64,32 @@ struct Member {
   std::string content;
 };
 
-void AddLastRun(std::vector<Member>& members, const RunFolder& run) {
-  Json description = run.ReadDescription();
-  members.push_back({"run.json", ToLine(description)});
-  members.push_back({"events.jsonl", ReadEnd(run.EventsFile())});
-  members.push_back({"quarvel.log", ReadEnd(description.value("log", run.LogFile()))});
-  std::string bundle = description.value("bundle", "");
-  if (bundle.empty()) return;
-  BundleSummary summary = SummaryOf(bundle);
+// The run that is asked for: one that the history numbers, the last one that failed, or the last one.
+std::optional<RunRecord> ChosenRun(History& history, const Options& options) {
+  HistoryFilter filter{.failed = options.failed, .readers = true, .limit = 1, .lines = true};
+  bool numbered = !options.run.empty() && options.run != "last";
+  if (numbered) filter.number = std::stoll(options.run);
+  std::vector<RunRecord> runs = history.Find(filter);
+  if (!runs.empty()) return std::move(runs.front());
+  if (numbered)
+    throw Failure(ExitStatus::kUsage,
+                  fmt::format("There is no run {} in the history; `quarvel history` lists them.", options.run));
+  if (options.failed) throw Failure(ExitStatus::kUsage, "No run in the history has failed.");
+  return std::nullopt;
+}
+
+// A log of the user's own holds other runs too; of that the history has this run's lines.
+std::string LogOf(const RunRecord& run, const RunFolder& folder) {
+  std::string whole = run.log == folder.LogFile() ? ReadEnd(run.log) : "";
+  return whole.empty() ? run.lines : whole;
+}
+
+void AddRun(std::vector<Member>& members, const RunRecord& run, const RunFolder& folder) {
+  members.push_back({"run.json", ToLine(ToJson(run))});
+  members.push_back({"events.jsonl", ReadEnd(folder.EventsFile())});
+  members.push_back({"quarvel.log", LogOf(run, folder)});
+  if (run.bundle.empty()) return;
+  BundleSummary summary = SummaryOf(run.bundle);
   members.push_back({"bundle.json", ToLine(summary.about)});
   if (!summary.updateXml.empty()) members.push_back({"update.xml", summary.updateXml});
   if (!summary.bomXml.empty()) members.push_back({"bom.xml", summary.bomXml});
@@ -107,8 +130,10 @@ void Mask(std::vector<Member>& members) {
 
 ExitStatus ReportCommand(const Options& options) {
   std::vector<Member> members{{"versions.json", Versions()}, {"pens.json", Pens()}};
-  std::optional<RunFolder> last = RunFolder::Last();
-  if (last) AddLastRun(members, *last);
+  History history(kPatience);
+  std::optional<RunRecord> run = ChosenRun(history, options);
+  if (run) AddRun(members, *run, history.FolderOf(*run));
+  if (std::string problem = history.TakeProblem(); !problem.empty()) Complain(fmt::format("warning: {}.", problem));
   if (!options.full) Mask(members);
   std::error_code unknown;
   if (std::filesystem::exists(options.output, unknown) && !options.replace) {
@@ -119,8 +144,9 @@ ExitStatus ReportCommand(const Options& options) {
   ZipWriter zip(options.output);
   for (const Member& member : members) zip.Add(member.name, member.content);
   zip.Close();
-  fmt::print("Wrote {} with the versions, the connected pens{}; {}.\n", options.output,
-             last ? ", and the last run's bundle, events and log" : " (there is no run to report)",
-             options.full ? "pen ids, names and paths stand in it in full" : "pen ids, names and paths are masked");
+  fmt::print(
+      "Wrote {} with the versions, the connected pens{}; {}.\n", options.output,
+      run ? fmt::format(", and the bundle, events and log of {}", NameOfRun(*run)) : " (there is no run to report)",
+      options.full ? "pen ids, names and paths stand in it in full" : "pen ids, names and paths are masked");
   return ExitStatus::kDone;
 }

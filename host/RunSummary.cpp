@@ -20,8 +20,14 @@ size_t WidthOf(const std::vector<PackageRow>& rows, std::string PackageRow::*fie
   return std::min<size_t>(width, 40);
 }
 
-void ShowPackages(const Console& console, const PenRun& run, const std::vector<PackageRow>& rows) {
-  console.Line(fmt::format("Pen {}{}", run.Id(), run.OfPen().name.empty() ? "" : ", " + Printable(run.OfPen().name)));
+std::string NothingDone(const Job& job) {
+  if (!job.removes) return "  nothing to do: the pen already holds everything";
+  return fmt::format("  nothing to do: the pen holds no application of the group \"{}\"", Printable(job.group));
+}
+
+}  // namespace
+
+void ShowPackages(const Console& console, const std::vector<PackageRow>& rows) {
   auto title = [](const PackageRow& row) { return Printable(row.file.empty() ? row.name : row.file); };
   size_t names = 0;
   for (const PackageRow& row : rows) names = std::max(names, title(row).size());
@@ -34,13 +40,6 @@ void ShowPackages(const Console& console, const PenRun& run, const std::vector<P
   }
 }
 
-std::string NothingDone(const Job& job) {
-  if (!job.removes) return "  nothing to do: the pen already holds everything";
-  return fmt::format("  nothing to do: the pen holds no application of the group \"{}\"", Printable(job.group));
-}
-
-}  // namespace
-
 void Explain(const Console& console, InsResCode code, const std::string& detail, std::string_view remedy,
              const std::string& logFile) {
   std::string meaning(TextOf(code).meaning);
@@ -52,7 +51,8 @@ void Explain(const Console& console, InsResCode code, const std::string& detail,
 }
 
 void ShowEnd(const Console& console, const PenRun& run, const RunEnd& end, const std::string& logFile) {
-  ShowPackages(console, run, end.packages);
+  console.Line(fmt::format("Pen {}{}", run.Id(), run.OfPen().name.empty() ? "" : ", " + Printable(run.OfPen().name)));
+  ShowPackages(console, end.packages);
   bool nothing = end.code == insNothingToDo || (run.OfJob().removes && end.packages.empty());
   if (end.left) console.Problem(fmt::format("Pen {} was left {}.", run.Id(), WordsOf(*end.left)));
   if (end.code < 0) {

@@ -10,6 +10,8 @@
 #include "desk/RunObserver.h"
 #include "host/Console.h"
 
+// Each package with what became of it and why, one a line.
+void ShowPackages(const Console& console, const std::vector<PackageRow>& rows);
 // A failure's meaning, what the log says of it and what to do.
 void Explain(const Console& console, InsResCode code, const std::string& detail, std::string_view remedy,
              const std::string& logFile);

@@ -13,6 +13,15 @@
 
 namespace {
 
+// That a run waits for other programs that write the history.
+constexpr std::chrono::milliseconds kPatience(500);
+
+InstallOrder Whole(InstallOrder order) {
+  if (!order.bundle.empty()) order.bundle = std::filesystem::absolute(order.bundle);
+  for (std::string& file : order.choice.certificates) file = std::filesystem::absolute(file);
+  return order;
+}
+
 constexpr std::string_view kStopping =
     "Stopping: the pens are asked to abort, which may take until they answer.\n"
     "Press Ctrl-C again to learn what a hard stop would risk.";
@@ -33,30 +42,57 @@ void WriteToStandardOutput(std::string_view line) {
 Session::Session(const Options& options, const std::string& command)
     : m_options(options),
       m_console(options.json, options.quiet),
-      m_folder(RunFolder::Make()),
-      m_log(OpenLog(options.log.empty() ? m_folder.LogFile() : options.log)),
+      m_history(kPatience),
+      m_folder(m_history.NewFolder()),
+      m_log(OpenOwnLog()),
+      m_run(m_history.Begin(m_folder, {command, m_log.File(), m_log.Begin(), ""},
+                            Whole({options.bundle, options.choice}))),
       m_events(m_log.File()),
       m_keptEvents(m_folder.EventsFile(), std::ios::binary) {
-  KeepOrder(command, {options.bundle, options.choice});
   if (options.json) m_events.AddSink(WriteToStandardOutput);
   m_events.AddSink([this](std::string_view line) { m_keptEvents << line << std::flush; });
+  m_interrupts.BeforeForcedEnd([this](ExitStatus status, const char* words) { m_run->EndByForce(status, words); });
 }
 
-void Session::KeepOrder(const std::string& command, InstallOrder order) const {
-  if (!order.bundle.empty()) order.bundle = std::filesystem::absolute(order.bundle);
-  for (std::string& file : order.choice.certificates) file = std::filesystem::absolute(file);
-  m_folder.WriteDescription({{"command", command},
-                             {"bundle", order.bundle},
-                             {"log", m_log.File()},
-                             {"started", TimeText()},
-                             {"order", ToJson(order)}});
+Session::~Session() {
+  m_interrupts.BeforeForcedEnd(nullptr);
+}
+
+// Without a log no run begins, and nothing is left of it.
+LogReader Session::OpenOwnLog() const {
+  try {
+    return OpenLog(m_options.log.empty() ? m_folder.LogFile() : m_options.log);
+  } catch (const Failure&) {
+    m_folder.Remove();
+    throw;
+  }
+}
+
+void Session::KeepOrder(const InstallOrder& order) {
+  m_run->Order(Whole(order));
+}
+
+// The history never stops a run; what is wrong with it is told once.
+void Session::TellProblem() {
+  std::string problem = m_run->Problem();
+  if (problem.empty()) problem = m_history.TakeProblem();
+  if (!problem.empty()) Complain(fmt::format("warning: {}.", problem));
 }
 
 ExitStatus Session::Serve(const Options& options, const std::string& command,
                           const std::function<ExitStatus(Session&)>& body) {
   Session session(options, command);
+  auto [status, sentence] = session.Do(body);
+  session.m_run->End(status, sentence);
+  session.TellProblem();
+  return status;
+}
+
+// The body's status, and what stopped it beside its pens.
+std::pair<ExitStatus, std::string> Session::Do(const std::function<ExitStatus(Session&)>& body) {
+  Session& session = *this;
   try {
-    return body(session);
+    return {body(session), ""};
   } catch (const CallFailure& failure) {
     Explain(session.console(), failure.Code(), failure.Detail(), TextOf(failure.Code()).remedy, session.log().File());
     RunEnd end;
@@ -64,11 +100,14 @@ ExitStatus Session::Serve(const Options& options, const std::string& command,
     end.status = failure.Status();
     end.detail = failure.Detail();
     session.events().WriteResult(nullptr, end);
-    return failure.Status();
+    return {failure.Status(), fmt::format("{} ({})", failure.what(), failure.Code())};
   } catch (const Failure& failure) {
     session.events().WriteFailure(failure.Status(), failure.what());
     Complain(failure.what());
-    return failure.Status();
+    return {failure.Status(), failure.what()};
+  } catch (const std::exception& error) {
+    m_run->End(ExitStatus::kInternal, error.what());
+    throw;
   }
 }
 
@@ -82,7 +121,8 @@ std::vector<RunEnd> Session::RunOnPens(const std::vector<Pen>& pens, const Job& 
   };
   std::vector<std::shared_ptr<PenRun>> runs;
   for (const Pen& pen : pens) {
-    runs.push_back(std::make_shared<PenRun>(pen, shared, m_log, std::vector<RunObserver*>{&screen, &m_events}, skip));
+    runs.push_back(
+        std::make_shared<PenRun>(pen, shared, m_log, std::vector<RunObserver*>{&screen, &m_events, m_run.get()}, skip));
   }
   RunPool pool;
   m_interrupts.Attend([&](int count) {

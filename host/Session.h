@@ -1,5 +1,5 @@
-// What a command that works with a bundle or on pens stands on: the signals, the log, the run's folder, the events and
-// the console. One per process, made and used in the main thread.
+// What a command that works with a bundle or on pens stands on: the signals, the log, the history and its run, the
+// events and the console. One per process, made and used in the main thread.
 #ifndef QUARVEL_HOST_SESSION_H
 #define QUARVEL_HOST_SESSION_H
 
@@ -7,14 +7,14 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "desk/Events.h"
 #include "desk/Failure.h"
+#include "desk/History.h"
 #include "desk/LogReader.h"
-#include "desk/LostPens.h"
 #include "desk/PenRun.h"
-#include "desk/RunFolder.h"
 #include "host/Console.h"
 #include "host/Interrupts.h"
 #include "host/Options.h"
@@ -29,22 +29,29 @@ class Session {
   // them; afterwards only the third one still ends the process, so that what became of the pens is told.
   std::vector<RunEnd> RunOnPens(const std::vector<Pen>& pens, const Job& job);
 
-  // Keeps with the run what it was to bring.
-  void KeepOrder(const std::string& command, InstallOrder order) const;
+  // What the pens of the next runs are to get.
+  void KeepOrder(const InstallOrder& order);
 
   const Options& options() const { return m_options; }
   const Console& console() const { return m_console; }
   const LogReader& log() const { return m_log; }
   EventLog& events() { return m_events; }
+  History& history() { return m_history; }
 
  private:
   Session(const Options& options, const std::string& command);
+  ~Session();
+  std::pair<ExitStatus, std::string> Do(const std::function<ExitStatus(Session&)>& body);
+  LogReader OpenOwnLog() const;
+  void TellProblem();
 
   const Options& m_options;
   Interrupts m_interrupts;  // before whatever starts a thread
   Console m_console;
+  History m_history;
   RunFolder m_folder;
   LogReader m_log;
+  std::unique_ptr<KeptRun> m_run;
   EventLog m_events;
   std::ofstream m_keptEvents;
 };

@@ -26,7 +26,7 @@ TEST(Completions, OfferWhatEachCommandTakes) {
   std::string manual = std::regex_replace(Source("docs/man/quarvel.1"), std::regex(R"(\\-)"), "-");
   std::string fish = Source("packaging/completions/fish/quarvel.fish");
   std::string zsh = Source("packaging/completions/zsh/_quarvel");
-  for (const std::string command : {"pens", "verify", "install", "recover", "remove", "report", "version"}) {
+  for (const std::string command : {"pens", "verify", "install", "recover", "remove", "history", "report", "version"}) {
     SCOPED_TRACE(command);
     std::string help = rig.Quarvel({command, "--help"}).out;
     std::string options = help.substr(help.find("Options:"));
@@ -63,6 +63,8 @@ TEST(Completions, OfferPensDecisionsAndCommands) {
   EXPECT_EQ(Offered(rig, "install x --on-error s"), "stop skip\n");
   EXPECT_EQ(Offered(rig, "re"), "recover remove report\n");
   EXPECT_EQ(Offered(rig, "remove --f"), "\n");
+  EXPECT_EQ(Offered(rig, "history ''"), "show\n");
+  EXPECT_EQ(Offered(rig, "history show last --"), "--lines --json --help\n");
   EXPECT_EQ(Offered(rig, "install ''"), "\n") << "then files are offered";
 }
 

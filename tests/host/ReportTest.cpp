@@ -53,6 +53,36 @@ TEST(Report, HoldsTheLastRunAndMasksPenIds) {
   EXPECT_PRED2(Has, Members(rig.folder() / "full.zip")["pens.json"], "0x1122334455667788");
 }
 
+TEST(Report, IsMadeOfAnyKeptRun) {
+  HostRig rig;
+  rig.AddPen("0x2a", {"free-space=0"});
+  ASSERT_EQ(rig.Quarvel({"report", "-o", "DIR/r.zip", "--failed"}).status, 2) << "none has failed yet";
+  ASSERT_EQ(rig.Install({"--all", "--log", "DIR/own.log"}).status, 5);
+  rig.Sim({"set", "0x2a", "free-space=1000000"});
+  ASSERT_EQ(rig.Install({"--all", "--log", "DIR/own.log"}).status, 0);
+  const struct {
+    Words chosen;
+    int run;
+    const char* log;
+  } rows[] = {{{}, 2, "-Ret=0, "},
+              {{"--failed"}, 1, "-Ret=-201, "},
+              {{"--run", "1"}, 1, "-Ret=-201, "},
+              {{"--run", "last"}, 2, "-Ret=0, "}};
+  for (const auto& row : rows) {
+    Words words{"report", "-o", "DIR/r.zip", "--force"};
+    words.insert(words.end(), row.chosen.begin(), row.chosen.end());
+    ProgramResult result = rig.Quarvel(words);
+    ASSERT_EQ(result.status, 0) << result.err;
+    EXPECT_PRED2(Has, result.out, "of run " + std::to_string(row.run));
+    auto members = Members(rig.folder() / "r.zip");
+    EXPECT_EQ(Json::parse(members["run.json"]).at("run"), row.run);
+    EXPECT_PRED2(Has, members["quarvel.log"], row.log);
+  }
+  ProgramResult none = rig.Quarvel({"report", "-o", "DIR/r.zip", "--run", "9"});
+  EXPECT_EQ(none.status, 2);
+  EXPECT_PRED2(Has, none.err, "There is no run 9 in the history");
+}
+
 TEST(Report, IsOfUseBeforeAnyRun) {
   HostRig rig;
   ProgramResult result = rig.Quarvel({"report", "-o", "DIR/report.zip"});
