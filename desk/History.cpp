@@ -117,11 +117,11 @@ std::unique_ptr<KeptRun> History::Begin(RunFolder folder, const KeptRun::Start& 
   return run;
 }
 
-void History::TakeUp(const RunFolder& now) {
-  if (!now.IsKept()) return;
+void History::TakeUp(const RunFolder& ended) {
+  if (!ended.IsKept()) return;
   std::lock_guard<std::mutex> guard(m_lock);
   WithDatabase([this](HistoryDatabase& database) { CatchUp(database); });
-  Prune(now);
+  Prune();
 }
 
 // A damaged file is set aside once; what else goes wrong is told, and the folders keep the runs until it goes well.
@@ -196,8 +196,8 @@ void History::CatchUp(HistoryDatabase& database) {
   transaction.Commit();
 }
 
-// The oldest go first; the run that has just ended stays, and so do those that go on.
-void History::Prune(const RunFolder& now) {
+// The oldest go first. Those that go on stay, and the one that is just ending, which still holds its folder.
+void History::Prune() {
   std::vector<RunFolder> folders = RunFolder::All(m_state);
   std::vector<uint64_t> sizes;
   std::error_code none;
@@ -209,7 +209,7 @@ void History::Prune(const RunFolder& now) {
   for (size_t i = 0; i < folders.size(); ++i) {
     const RunFolder& folder = folders[i];
     bool excess = total > static_cast<uint64_t>(m_bounds.bytes) || folder.Time() < oldest;
-    if (!excess || folder.Name() == now.Name() || folder.IsLocked()) continue;
+    if (!excess || folder.IsLocked()) continue;
     folder.Remove();
     total -= sizes[i];
     dropped.push_back(folder.Name());

@@ -66,13 +66,13 @@ class History {
 
  private:
   friend class KeptRun;
-  // Takes up what runs have written since, `now` among them; drops what is too old or too much once that has ended.
-  void TakeUp(const RunFolder& now);
+  // A run has ended: takes up what runs have written since, and drops what is too old or too much.
+  void TakeUp(const RunFolder& ended);
   template <typename Use>
   bool WithDatabase(Use use);
   void CatchUp(HistoryDatabase& database);
   void Mend();
-  void Prune(const RunFolder& now);
+  void Prune();
   std::vector<RunRecord> FromFolders(const HistoryFilter& filter) const;
   void Tell(const std::string& problem);
 

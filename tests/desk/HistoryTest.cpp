@@ -127,6 +127,18 @@ TEST(History, KeepsAllAboutARun) {
   }
 }
 
+TEST(History, KeepsTheEndOfALongLog) {
+  Desk desk;
+  auto history = desk.Open();
+  std::string log;
+  for (int i = 0; i < 40'000; ++i) log += "line " + std::to_string(i) + '\n';
+  std::string file = desk.folder().Write("long.log", log);
+  history->Begin(history->NewFolder(), {"install", file, 0, ""}, {})->End(ExitStatus::kDone);
+  std::string lines = history->Find({.lines = true}).at(0).lines;
+  EXPECT_LE(lines.size(), 256U << 10);
+  EXPECT_TRUE(lines.starts_with("line ") && lines.ends_with("line 39999\n")) << lines.substr(0, 20);
+}
+
 TEST(History, ARunShowsFromItsBeginningAndAKilledOneIsTold) {
   Desk desk;
   auto history = desk.Open();
