@@ -26,6 +26,11 @@ if(CCACHE_PROGRAM AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
 endif()
 
+# What is packaged does not know where or when it was built.
+if(QUARVEL_PACKAGE)
+  add_compile_options(-Wdate-time -ffile-prefix-map=${PROJECT_SOURCE_DIR}=/usr/src/quarvel-${PROJECT_VERSION})
+endif()
+
 add_library(quarvel_flags INTERFACE)
 target_compile_options(quarvel_flags INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror -fstack-protector-strong)

@@ -19,6 +19,15 @@ file(RELATIVE_PATH prefix_from_pc /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /pre
 configure_file(packaging/quarvel.pc.in ${PROJECT_BINARY_DIR}/quarvel.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/quarvel.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 
+# For those who write hosts: what to read, hosts to start from, and the header that a test of theirs moves pens with.
+set(documents ${CMAKE_INSTALL_DATADIR}/doc/libquarvel-dev)
+install(FILES docs/abi.md docs/architecture.md docs/architecture.svg docs/bundle-format.md docs/host-guide.md docs/log.md
+  docs/simulator.md DESTINATION ${documents} COMPONENT development)
+install(FILES examples/install.c examples/install.cpp examples/install.py DESTINATION ${documents}/examples
+  COMPONENT development)
+install(DIRECTORY examples/bundle examples/consumer DESTINATION ${documents}/examples COMPONENT development)
+install(FILES simulator/PenBench.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quarvel COMPONENT development)
+
 install(TARGETS Tessvik LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT simulator)
 install(TARGETS TessvikTrace LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT tools)
 foreach(program IN ITEMS quarvel quarvel-bundle tessvik-sim)
