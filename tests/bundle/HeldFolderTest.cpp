@@ -12,6 +12,7 @@
 #include "authoring/Files.h"
 #include "authoring/ZipWriter.h"
 #include "installer/bundle/Bundle.h"
+#include "tests/support/FakeClock.h"
 #include "tests/support/TestBundle.h"
 #include "tests/support/TestLog.h"
 
@@ -207,24 +208,25 @@ TEST(HeldFolder, HandsOutForTransferOnlyWhatWasChecked) {
     const char* name;
     std::function<void(const std::string& path)> change;
     InsResCode result;
+    InsResCode unsignedResult;  // of a package that the host takes although it failed its check
   } rows[] = {
-      {"untouched", [](const std::string&) {}, insSuccess},
+      {"untouched", [](const std::string&) {}, insSuccess, insSuccess},
       {"rewritten", [](const std::string& path) { authoring::WriteFile(path, "the genuine c0ntent"); },
-       insPackageUnsigned},
-      {"gone", [](const std::string& path) { fs::remove(path); }, insPackageUnsigned},
+       insPackageUnsigned, insSuccess},
+      {"gone", [](const std::string& path) { fs::remove(path); }, insPackageUnsigned, insPackageUnsigned},
       {"a link to the same bytes",
        [](const std::string& path) {
          fs::rename(path, path + "2");
          fs::create_symlink(path + "2", path);
        },
-       insPackageUnsigned},
+       insPackageUnsigned, insSuccess},
       {"below another folder",
        [](const std::string& path) {
          const fs::path folder = fs::path(path).parent_path().parent_path();
          fs::rename(folder, folder.string() + "-away");
          fs::copy(folder.string() + "-away", folder, fs::copy_options::recursive);
        },
-       insPackageUnsigned},
+       insPackageUnsigned, insPackageUnsigned},
   };
   const char* const certificate = MakeTestIdentity().certPem.c_str();
   for (const auto& row : rows) {
@@ -238,8 +240,29 @@ TEST(HeldFolder, HandsOutForTransferOnlyWhatWasChecked) {
     row.change(package.localPath);
     CSharedFolder::Hold hold;
     EXPECT_EQ(bundle.HoldForTransfer(package, certificates.get(), hold), row.result) << row.name;
+    EXPECT_EQ(bundle.HoldForTransfer(package, nullptr, hold), row.unsignedResult) << row.name;
     fs::remove_all(bundle.extractFolder() + "-away");
   }
+}
+
+TEST(HeldFolder, HandsOutNothingWhileItsFilesAreReplaced) {
+  FakeClock clock;
+  TestBundle file(App("1.0", "the genuine content", MakeTestIdentity()));
+  CBundle bundle;
+  ASSERT_EQ(bundle.Load(file.path().c_str()), insSuccess);
+  CSharedFolder replaced;
+  std::string fault;
+  struct stat source {};
+  ASSERT_EQ(stat(file.path().c_str(), &source), 0);
+  ASSERT_EQ(replaced.Open(bundle.extractFolder(), &fault), CSharedFolder::Opening::kOpen);
+  ASSERT_EQ(replaced.Join(source, file.path()), "");
+  ASSERT_EQ(replaced.BeginReplacing(), "");
+  TestLog log;
+  CSharedFolder::Hold hold;
+  EXPECT_EQ(bundle.HoldForTransfer(FirstPackage(bundle), nullptr, hold), insPackageUnsigned);
+  EXPECT_EQ(log.Lines(), Lines{"HoldForTransfer: Folder " + bundle.extractFolder() + " is being replaced"});
+  replaced.EndReplacing();
+  EXPECT_EQ(bundle.HoldForTransfer(FirstPackage(bundle), nullptr, hold), insSuccess);
 }
 
 TEST(HeldFolder, KeepsTheCertificatesThatARunBeganWith) {
@@ -317,11 +340,13 @@ TEST(HeldFolder, NeverOpensAPackageThatLeadsOut) {
     CBundle bundle;
     TestLog log;
     ASSERT_EQ(bundle.Load(file.path().c_str()), insSuccess);
-    const BundlePackage& package = FirstPackage(bundle);
+    BundlePackage& package = FirstPackage(bundle);
     EXPECT_EQ(package.fileSize, row.isOpened ? 19 : 0) << row.fileName;
+    CSharedFolder::Hold hold;
+    EXPECT_EQ(bundle.HoldForTransfer(package, nullptr, hold) == insSuccess, row.isOpened) << "also when not verified";
     if (!row.isOpened) {
-      EXPECT_EQ(log.Lines(),
-                Lines{"ParsePackage: Package " + package.bundlePath + " leads out of the bundle and is not opened"});
+      EXPECT_EQ(log.Lines().at(0),
+                "ParsePackage: Package " + package.bundlePath + " leads out of the bundle and is not opened");
       EXPECT_EQ(VerifyAsTrusted(bundle), insFileNotFound) << row.fileName;
     }
   }

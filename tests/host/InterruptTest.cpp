@@ -18,7 +18,7 @@ ProgramResult Interrupted(const HostRig& rig, const std::string& until, int inte
 
 TEST(Interrupt, OneAbortsAndTellsHowThePenWasLeft) {
   HostRig rig;
-  rig.AddPen("0x2a", {"transfer-speed=20", "tick-size=4"});
+  rig.AddPen("0x2a", {"transfer-speed=4", "tick-size=1"});
   ProgramResult result = Interrupted(rig, "transferring", 1);
   EXPECT_EQ(result.status, 6) << result.err;
   EXPECT_PRED2(Has, result.err, "Stopping: the pens are asked to abort");
@@ -30,7 +30,7 @@ TEST(Interrupt, OneAbortsAndTellsHowThePenWasLeft) {
 
 TEST(Interrupt, APenInDownloadModeIsToldAsThat) {
   HostRig rig(FirmwareBundle());
-  rig.AddPen("0x2a", {"transfer-speed=20", "tick-size=4"});
+  rig.AddPen("0x2a", {"transfer-speed=4", "tick-size=1"});
   ProgramResult result = Interrupted(rig, "Firmware", 1);
   EXPECT_EQ(result.status, 6) << result.err;
   EXPECT_PRED2(Has, result.err, "was left in download mode");

@@ -182,7 +182,8 @@ TEST(Record, TellsCallsApart) {
   const Recording threads = busy.Record({"threads", "500"});
   std::set<int64_t> results;
   for (const Recorded& call : threads.calls) results.insert(call.result);
-  EXPECT_EQ(results.size() + static_cast<size_t>(threads.lost), 2000U);
+  EXPECT_LE(results.size(), 2000U);
+  EXPECT_GE(results.size() + static_cast<size_t>(threads.lost), 2000U) << "a lost line is of one call at most";
   EXPECT_EQ(threads.damaged, 0);
 }
 

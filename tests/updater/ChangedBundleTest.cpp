@@ -43,6 +43,43 @@ TEST(ChangedBundle, IsNotSentWhenItsFileWasChangedAfterItsCheck) {
   }
 }
 
+// Another load of the very same file may repair the folder at any time but during a transfer.
+TEST(ChangedBundle, IsHeldForEachTransferAlone) {
+  const struct {
+    const char* after;  // the call is the first one behind this
+    const char* call;
+    InsResCode loaded;
+  } rows[] = {
+      {"", "pcDfuDetach", insSuccess},
+      {"", "pcDfuDownload", insExtractFailed},
+      {"pcDfuDownload", "pcGetPenHandles", insSuccess},
+      {"", "pcInstallPenlet", insExtractFailed},
+      {"pcInstallPenlet", "pcSetPenletAttrib", insSuccess},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(std::string(row.call) + " after " + row.after);
+    UpdaterRig rig;
+    const std::string file = rig.bundle().extractFolder() + "/update.xml";
+    bool isBehind = !*row.after;
+    std::vector<InsResCode> loaded;
+    rig.pens().OnCall([&](int32_t, const std::string& function, int32_t) {
+      if (isBehind && function == row.call && loaded.empty()) {
+        const std::string whole = authoring::ReadFile(file);
+        authoring::WriteFile(file, whole + " ");
+        int bundle = 0;
+        loaded.push_back(insLoadBundle(rig.bundle().path().c_str(), &bundle));
+        if (bundle) insReleaseBundle(bundle);
+        authoring::WriteFile(file, whole);
+      }
+      isBehind = isBehind || function == row.after;
+      return int32_t{0};
+    });
+    EXPECT_EQ(rig.Install(), insSuccess);
+    EXPECT_EQ(loaded, std::vector{row.loaded});
+    EXPECT_EQ(rig.pens().Contents(kPenId), kInstalled);
+  }
+}
+
 TEST(ChangedBundle, GivesWayToNoOtherBundleOfItsSizeAndTime) {
   UpdaterRig rig;
   // The same bundle with longer firmware, unsigned, brought to the same size and time.
