@@ -75,6 +75,9 @@ void AddOutput(CLI::App* sub, Parsed& parsed) {
   Options& options = parsed.options;
   sub->add_option("--log", options.log, "Write the library's log to this file (else it is kept for `quarvel report`)")
       ->type_name("FILE");
+  sub->add_option("--trace", options.trace,
+                  "Record the calls of the pen library in this file (else they are kept for `quarvel report`)")
+      ->type_name("FILE");
   sub->add_flag("--json", options.json, "Events as JSON Lines on standard output; text for people on standard error");
   sub->add_flag("-q,--quiet", options.quiet, "Tell failures only");
 }

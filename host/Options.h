@@ -22,6 +22,7 @@ struct Options {
   uint32_t wait = 300;  // seconds for a pen to come back
   OnError onError = OnError::kStop;
   std::string log;     // empty: in the run's own folder
+  std::string trace;   // likewise
   std::string output;  // of a report
   std::string run;     // of the history: a number, or "last"
   bool show = false;   // that run alone

@@ -10,6 +10,7 @@
 #include "desk/Failure.h"
 #include "desk/History.h"
 #include "desk/PenList.h"
+#include "desk/RunTrace.h"
 #include "desk/Text.h"
 #include "desk/Version.h"
 #include "host/BundleSummary.h"
@@ -88,6 +89,7 @@ void AddRun(std::vector<Member>& members, const RunRecord& run, const RunFolder&
   members.push_back({"run.json", ToLine(ToJson(run))});
   members.push_back({"events.jsonl", ReadEnd(folder.EventsFile())});
   members.push_back({"quarvel.log", LogOf(run, folder)});
+  if (std::string trace = ReadRunTrace(run.trace); !trace.empty()) members.push_back({"trace.jsonl", trace});
   if (run.bundle.empty()) return;
   BundleSummary summary = SummaryOf(run.bundle);
   members.push_back({"bundle.json", ToLine(summary.about)});
@@ -144,9 +146,9 @@ ExitStatus ReportCommand(const Options& options) {
   ZipWriter zip(options.output);
   for (const Member& member : members) zip.Add(member.name, member.content);
   zip.Close();
-  fmt::print(
-      "Wrote {} with the versions, the connected pens{}; {}.\n", options.output,
-      run ? fmt::format(", and the bundle, events and log of {}", NameOfRun(*run)) : " (there is no run to report)",
-      options.full ? "pen ids, names and paths stand in it in full" : "pen ids, names and paths are masked");
+  fmt::print("Wrote {} with the versions, the connected pens{}; {}.\n", options.output,
+             run ? fmt::format(", and the bundle, events, log and trace of {}", NameOfRun(*run))
+                 : " (there is no run to report)",
+             options.full ? "pen ids, names and paths stand in it in full" : "pen ids, names and paths are masked");
   return ExitStatus::kDone;
 }

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "desk/RunPool.h"
+#include "desk/RunTrace.h"
 #include "desk/Text.h"
 #include "host/RunScreen.h"
 #include "host/RunSummary.h"
@@ -39,13 +40,25 @@ void WriteToStandardOutput(std::string_view line) {
 
 }  // namespace
 
+// Without a log or trace where it is asked for no run begins, and nothing is left of it.
+template <typename Open>
+auto Session::Opened(Open open) const {
+  try {
+    return open();
+  } catch (const Failure&) {
+    m_folder.Remove();
+    throw;
+  }
+}
+
 Session::Session(const Options& options, const std::string& command)
     : m_options(options),
       m_console(options.json, options.quiet),
       m_history(kPatience),
       m_folder(m_history.NewFolder()),
-      m_log(OpenOwnLog()),
-      m_run(m_history.Begin(m_folder, {command, m_log.File(), m_log.Begin(), ""},
+      m_log(Opened([&] { return OpenLog(options.log.empty() ? m_folder.LogFile() : options.log); })),
+      m_trace(Opened([&] { return RecordRun(options.trace, m_folder.TraceFile()); })),
+      m_run(m_history.Begin(m_folder, {command, m_log.File(), m_log.Begin(), m_trace},
                             Whole({options.bundle, options.choice}))),
       m_events(m_log.File()),
       m_keptEvents(m_folder.EventsFile(), std::ios::binary) {
@@ -56,16 +69,6 @@ Session::Session(const Options& options, const std::string& command)
 
 Session::~Session() {
   m_interrupts.BeforeForcedEnd(nullptr);
-}
-
-// Without a log no run begins, and nothing is left of it.
-LogReader Session::OpenOwnLog() const {
-  try {
-    return OpenLog(m_options.log.empty() ? m_folder.LogFile() : m_options.log);
-  } catch (const Failure&) {
-    m_folder.Remove();
-    throw;
-  }
 }
 
 void Session::KeepOrder(const InstallOrder& order) {

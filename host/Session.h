@@ -42,7 +42,8 @@ class Session {
   Session(const Options& options, const std::string& command);
   ~Session();
   std::pair<ExitStatus, std::string> Do(const std::function<ExitStatus(Session&)>& body);
-  LogReader OpenOwnLog() const;
+  template <typename Open>
+  auto Opened(Open open) const;
   void TellProblem();
 
   const Options& m_options;
@@ -51,6 +52,7 @@ class Session {
   History m_history;
   RunFolder m_folder;
   LogReader m_log;
+  std::string m_trace;
   std::unique_ptr<KeptRun> m_run;
   EventLog m_events;
   std::ofstream m_keptEvents;

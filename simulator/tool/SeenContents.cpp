@@ -232,7 +232,7 @@ SeenFile FirmwareFile(const CallList& all, const Places& calls, size_t call) {
 
 void DescribePen(const CallList& all, const Places& calls, Json& pen) {
   bool wasUpdated = false;
-  Json& settings = pen["settings"] = Json::object();
+  Json settings = Json::object();
   for (const size_t place : calls) {
     const Recorded& call = all[place];
     if (!call.ticks.empty() && !settings.contains("tick-size") && call.ticks[0].number == 1 && call.ticks[0].done > 0) {
@@ -250,6 +250,7 @@ void DescribePen(const CallList& all, const Places& calls, Json& pen) {
     const bool isFull = TextOf(call.out, "suffix").size() >= sizeof PenVersionInfo::versionSuffix;
     if (isFull) settings["unterminated"] = true;
   }
+  pen["settings"] = std::move(settings);
 }
 
 void DescribeContents(const CallList& all, const Places& calls, const std::map<size_t, SeenFile>& files, Json& pen) {

@@ -141,7 +141,8 @@ SeenPen& SeenPens::PenThatReturns(const Stay& stay) {
   }
   SeenPen* latest = nullptr;
   for (size_t i = 0; i < stay.from; ++i) {
-    if (m_calls[i].function != "pcDfuDetach" || !Succeeded(m_calls[i])) continue;
+    const bool sendsAway = m_calls[i].function == "pcDfuDetach" || m_calls[i].function == "pcDfuDownload";
+    if (!sendsAway || !Succeeded(m_calls[i])) continue;
     if (thread != 0 && m_calls[i].thread != thread) continue;
     for (SeenPen& pen : m_pens) {
       if (isAway(pen) && pen.stays.back().handle == m_calls[i].pen) latest = &pen;

@@ -18,7 +18,7 @@ USES = {
     "installer": ["Common", "installer/bundle", "installer/updater", "platform"],
     "simulator": ["platform", "trace"],
     "trace": ["platform"],
-    "desk": [PUBLIC, PENS],
+    "desk": [PUBLIC, PENS, "trace/Record.h"],
     "host": ["desk", "authoring/Plan.h", "authoring/PenFile.h", PUBLIC, PENS],
     "station": ["desk", PUBLIC, PENS],
     "fleet": ["desk", PUBLIC, PENS],

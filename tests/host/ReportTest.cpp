@@ -53,6 +53,44 @@ TEST(Report, HoldsTheLastRunAndMasksPenIds) {
   EXPECT_PRED2(Has, Members(rig.folder() / "full.zip")["pens.json"], "0x1122334455667788");
 }
 
+// As recorded, and on today's library: an install that went well, and one in which a call failed in its middle.
+TEST(Report, HoldsTheRunsTraceWhichCanBePlayedAgain) {
+  const struct {
+    const char* name;
+    Words fault;
+    const char* words;
+  } rows[] = {{"went well", {}, "Built pen-1: type 1, firmware 8.9.14.b1, 1 applications"},
+              {"failed",
+               {"fault", "pcSetPenletAttrib", "--call", "2", "--error", "4711", "--pen", "0x1122334455667788"},
+               "pcSetPenletAttrib for pen-1 failed with 4711; the pen was given that failure"}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    HostRig rig(FirmwareBundle());
+    rig.AddPen("0x1122334455667788");
+    if (!row.fault.empty()) rig.Sim(row.fault);
+    EXPECT_EQ(rig.Install().status == 0, row.fault.empty());
+    ASSERT_EQ(rig.Quarvel({"report", "-o", "DIR/report.zip"}).status, 0);
+    EXPECT_PRED2(Has, Members(rig.folder() / "report.zip")["trace.jsonl"], "pcInstallPenlet");
+    EXPECT_FALSE(Has(Members(rig.folder() / "report.zip")["trace.jsonl"], "1122334455667788"));
+    ProgramResult replay = RunProgram({TESSVIK_SIM_PROGRAM, "replay", rig.folder() / "report.zip"});
+    EXPECT_EQ(replay.status, 0) << replay.err;
+    EXPECT_PRED2(Has, replay.out, row.words);
+    EXPECT_PRED2(Has, replay.out, " 0 with another outcome");
+  }
+}
+
+TEST(Report, TakesTheTraceFromWhereItWasRecorded) {
+  HostRig rig;
+  rig.AddPen();
+  ASSERT_EQ(rig.Install({"--all", "--trace", "DIR/mine.jsonl"}).status, 0);
+  EXPECT_PRED2(Has, ReadWholeFile(rig.folder() / "mine.jsonl"), "pcInstallPenlet");
+  ASSERT_EQ(rig.Quarvel({"report", "-o", "DIR/report.zip", "--full"}).status, 0);
+  EXPECT_EQ(Members(rig.folder() / "report.zip")["trace.jsonl"], ReadWholeFile(rig.folder() / "mine.jsonl"));
+  ProgramResult refused = rig.Install({"--all", "--trace", "BUNDLE"});
+  EXPECT_EQ(refused.status, 2);
+  EXPECT_PRED2(Has, refused.err, "the file is there and is no trace");
+}
+
 TEST(Report, IsMadeOfAnyKeptRun) {
   HostRig rig;
   rig.AddPen("0x2a", {"free-space=0"});

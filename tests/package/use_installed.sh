@@ -53,6 +53,10 @@ status=0
 quarvel install autumn.bundle --pen 0x2a --cert cert.pem --fail-if-current || status=$?
 [ $status -eq 10 ] || die "the pen does not hold what the host installed: $status"
 
+echo "== the last run's trace is played again"
+quarvel report -o report.zip
+tessvik-sim replay report.zip
+
 echo "== a host from Python"
 LD_LIBRARY_PATH=$libraries python3 examples/install.py autumn.bundle cert.pem | grep "result 1"
 

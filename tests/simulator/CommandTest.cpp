@@ -22,11 +22,19 @@ class Command : public PenOnDesk {
     return result.out;
   }
 
+  void Ask() {
+    uint64_t id = 0;
+    int32_t type = 0;
+    EXPECT_EQ(pcGetPenId(handle, &id, nullptr, nullptr, 0), 0);
+    EXPECT_EQ(pcGetPenType(handle, &type, 0, 0), 0);
+  }
+
   // What a host does in an install, recorded.
   std::string Record() {
     const std::string trace = files / "trace";
     EXPECT_EQ(pbTrace(trace.c_str()), 0);
     EXPECT_EQ(pcRegisterVolatile("Install", kPen), 0);
+    Ask();
     List();
     EXPECT_EQ(Install(PenAppContent("draw", "1.0")), 0);
     const int32_t channel = Open();
@@ -34,6 +42,7 @@ class Command : public PenOnDesk {
     EXPECT_EQ(pcSetPenletAttrib(handle, channel, "draw", &group, 1), 0);
     EXPECT_EQ(pcUninstallPenlet(handle, channel, "gone"), pbErrNoPenlet);
     EXPECT_EQ(pcStopObex(channel), 0);
+    Ask();
     EXPECT_EQ(pcDfuDetach(handle, 0, 0), 0);
     EXPECT_TRUE(LeaveAndReturn());
     EXPECT_EQ(Download(FirmwareContent("8.9.15.b2")), 0);
@@ -120,6 +129,63 @@ TEST_F(Command, TracesEveryCallOfEveryProcess) {
   const std::string before = ReadWholeFile(trace);
   Handles();
   EXPECT_EQ(ReadWholeFile(trace), before) << "the trace was ended";
+}
+
+TEST_F(Command, BuildsThePensOfATraceAndGoesTheSameWay) {
+  const ProgramResult result = Sim({"replay", Record()}, files / "nowhere");
+  EXPECT_EQ(result.status, 0) << result.out << result.err;
+  EXPECT_NE(result.out.find("Built 0x2a: type 2, firmware unknown, 2 applications"), std::string::npos) << result.out;
+  EXPECT_NE(result.out.find(" 0 with another outcome"), std::string::npos) << result.out;
+  EXPECT_FALSE(std::filesystem::exists(files / "nowhere")) << "the pens of the desk are left alone";
+}
+
+TEST_F(Command, NamesTheFirstCallThatGoesAnotherWay) {
+  const std::string trace = Record();
+  const std::string text = ReadWholeFile(trace);
+  const struct {
+    const char* name;
+    const char* recorded;  // replaced, so that today's library does otherwise
+    const char* instead;
+    const char* words;
+  } rows[] = {
+      {"an answer", R"("type":2)", R"("type":3)", R"(pcGetPenType for 0x2a: the answer "type" was 3 and is 2 today)"},
+      {"a result", R"("result":111)", R"("result":112)", "pcUninstallPenlet for 0x2a: the result was 112 and is 111"},
+  };
+  for (const auto& row : rows) {
+    std::string changed = text;
+    const size_t at = changed.rfind(row.recorded);  // the pen is built from the first
+    ASSERT_NE(at, std::string::npos) << row.name << "\n" << text;
+    changed.replace(at, std::string(row.recorded).size(), row.instead);
+    const ProgramResult result = Sim({"replay", files.Write("changed", changed)});
+    EXPECT_EQ(result.status, 1) << row.name << result.out << result.err;
+    EXPECT_NE(result.out.find(row.words), std::string::npos) << row.name << "\n" << result.out;
+    EXPECT_NE(result.out.find("; the first is call "), std::string::npos) << result.out;
+  }
+  const ProgramResult failed = Sim({"replay", trace, "--fault", "pcInstallPenlet:1:119"});
+  EXPECT_EQ(failed.status, 1);
+  EXPECT_NE(failed.out.find("pcInstallPenlet for 0x2a: the result was 0 and is 119 today"), std::string::npos)
+      << failed.out;
+  EXPECT_NE(failed.out.find("pcSetPenletAttrib for 0x2a: the result was 0 and is 111"), std::string::npos);
+}
+
+TEST_F(Command, GivesThePensFailuresThatOnlyPensCanHave) {
+  ASSERT_EQ(pbFault("pcInstallPenlet", 1, pbErrSpace), 0);
+  ASSERT_EQ(pbFault("pcStartObex", 1, 4711), 0);
+  const std::string trace = files / "faulty";
+  ASSERT_EQ(pbTrace(trace.c_str()), 0);
+  Ask();
+  int32_t channel = 0;
+  EXPECT_EQ(pcStartObex(&channel, handle, 30000), 4711);
+  EXPECT_EQ(Install(PenAppContent("draw", "1.0")), pbErrSpace);
+  EXPECT_EQ(Install(PenAppContent("draw", "1.0")), 0);
+  ASSERT_EQ(pbTrace(nullptr), 0);
+  const ProgramResult result = Sim({"replay", trace});
+  EXPECT_EQ(result.status, 0) << result.out << result.err;
+  EXPECT_NE(result.out.find("pcInstallPenlet for 0x2a failed with 119; the pen was given"), std::string::npos);
+  EXPECT_NE(result.out.find("pcStartObex for 0x2a failed with 4711; the pen was given"), std::string::npos);
+  const ProgramResult strict = Sim({"replay", "--strict", "--json", trace});
+  EXPECT_EQ(strict.status, 1);
+  EXPECT_NE(strict.out.find("the result was 119 and is 0 today"), std::string::npos) << strict.out;
 }
 
 TEST_F(Command, IsDescribedWithEverySetting) {
