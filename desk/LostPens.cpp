@@ -10,9 +10,16 @@ bool Installs(const RunRecord& run) {
   return run.command == "install" || run.command == "recover";
 }
 
+// A run that failed before it touched the pen left it as it was.
+bool IsHalfWay(const PenRecord& pen) {
+  bool touched = pen.code == insAppFailed || pen.code == insVerifyPenFailed;
+  return !pen.HasEnded() || !pen.left.empty() || touched;
+}
+
 std::string HowItEnded(const PenRecord& pen) {
   if (!pen.HasEnded()) return "the run was ended by force";
-  return fmt::format("{}; the pen was left {}", TextOf(pen.code).meaning, pen.left);
+  std::string meaning(TextOf(pen.code).meaning);
+  return pen.left.empty() ? meaning : fmt::format("{}; the pen was left {}", meaning, pen.left);
 }
 
 }  // namespace
@@ -24,8 +31,7 @@ std::vector<LostPen> LostPens(const std::vector<RunRecord>& runs) {
     // Of a pen that is in a run twice the later one counts.
     for (auto pen = run.pens.rbegin(); Installs(run) && pen != run.pens.rend(); ++pen) {
       if (!seen.insert(pen->id).second || run.running) continue;
-      bool halfWay = !pen->HasEnded() || !pen->left.empty();
-      if (halfWay) lost.push_back({pen->id, pen->began, HowItEnded(*pen), pen->order});
+      if (IsHalfWay(*pen)) lost.push_back({pen->id, run.folder, pen->began, HowItEnded(*pen), pen->order});
     }
   }
   return lost;

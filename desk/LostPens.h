@@ -8,9 +8,10 @@
 #include "desk/RunRecord.h"
 
 struct LostPen {
-  std::string id;    // as PenIdText
-  std::string when;  // the time of the run
-  std::string how;   // in words: how the run ended
+  std::string id;      // as PenIdText
+  std::string folder;  // of the run
+  std::string when;    // its time
+  std::string how;     // in words: how the run ended
   InstallOrder order;
 };
 

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "desk/ResultTexts.h"
 
 namespace {
@@ -139,6 +141,7 @@ void PenRun::Conclude(InsResCode result, uint64_t mark) {
 // A removal that fails leaves a pen as it can be seen; only a stop leaves open how far it came.
 bool PenRun::MayBeHalfWay(InsResCode result) const {
   bool firmware = result == insFirmwareFailed || result == insTimeout;
-  bool lost = result == insPenFailure && !m_packages.Rows().empty();
+  auto reached = [](const PackageRow& row) { return row.outcome != "not reached"; };
+  bool lost = result == insPenFailure && std::any_of(m_end.packages.begin(), m_end.packages.end(), reached);
   return result == insAborted || (!m_job->removes && (firmware || lost));
 }

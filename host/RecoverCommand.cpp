@@ -1,10 +1,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <chrono>
+#include <filesystem>
 #include <nlohmann/json.hpp>
-#include <set>
-#include <thread>
 
 #include "desk/LostPens.h"
 #include "desk/PenList.h"
@@ -12,30 +10,13 @@
 #include "host/Commands.h"
 #include "host/InstallPlan.h"
 #include "host/Loading.h"
+#include "host/PenReturn.h"
 #include "host/RunSummary.h"
 #include "host/Session.h"
+#include "host/When.h"
 #include "platform/Tessvik.h"
 
 namespace {
-
-bool IsAnonymous(const Pen& pen) {
-  return !pen.id && pen.state == pcPenStateFirmwareDownload;
-}
-
-// A pen to get back on its feet. Without an id it is one that is connected in download mode and tells none.
-struct Patient {
-  std::string id;
-  InstallOrder order;
-};
-
-// Tells a step to people, and to programs.
-void Tell(Session& session, const Patient& patient, std::string_view step, const std::string& words) {
-  session.console().Line(words);
-  session.events().Write("recover", {{"pen", patient.id.empty() ? Json(nullptr) : Json(patient.id)},
-                                     {"step", step},
-                                     {"meaning", words},
-                                     {"time", TimeText()}});
-}
 
 // A bundle and certificates on the command line count; otherwise those of the run in which the pen was lost.
 InstallOrder OrderFor(const Options& options, const InstallOrder& kept) {
@@ -47,100 +28,55 @@ InstallOrder OrderFor(const Options& options, const InstallOrder& kept) {
                 "No run that is kept here tells what the pen was to get; name the bundle and --cert FILE.");
 }
 
-std::vector<Patient> FindPatients(Session& session) {
+bool IsNamed(const Options& options, const std::string& id) {
+  auto same = [&id](uint64_t each) { return PenIdText(each) == id; };
+  return std::any_of(options.pens.begin(), options.pens.end(), same);
+}
+
+// What the last install of the pen here was to bring, whatever became of it.
+InstallOrder LastOrder(const std::vector<RunRecord>& runs, const std::string& id) {
+  for (const RunRecord& run : runs) {
+    for (const PenRecord& pen : run.pens) {
+      if (pen.id == id && !pen.order.bundle.empty()) return pen.order;
+    }
+  }
+  return {};
+}
+
+// Of the pens that nobody names those are waited for that the last of the runs lost; others are served when they are
+// connected, since nobody waits for a pen that was given away a year ago.
+std::list<Patient> FindPatients(Session& session) {
   const Options& options = session.options();
-  std::vector<LostPen> lost = LostPens(session.history().Find({}));
-  std::vector<Patient> patients;
+  std::vector<RunRecord> runs = session.history().Find({});
+  std::vector<LostPen> lost = LostPens(runs);
+  std::list<Patient> patients;
   for (const LostPen& pen : lost) {
-    bool wanted = options.pens.empty() ||
-                  std::find(options.pens.begin(), options.pens.end(), *ParsePenId(pen.id)) != options.pens.end();
-    if (!wanted) continue;
-    session.console().Line(fmt::format("Pen {} was lost at {}: {}. It was to get {}.", pen.id, pen.when, pen.how,
-                                       Printable(pen.order.bundle)));
-    patients.push_back({pen.id, OrderFor(options, pen.order)});
+    if (!options.pens.empty() && !IsNamed(options, pen.id)) continue;
+    bool awaited = !options.pens.empty() || pen.folder == lost.front().folder;
+    session.console().Line(fmt::format("Pen {} was lost at {}: {}. It was to get {}.", pen.id, WhenText(pen.when, true),
+                                       pen.how, Printable(pen.order.bundle)));
+    patients.push_back({pen.id, OrderFor(options, pen.order), awaited});
   }
   for (uint64_t id : options.pens) {
-    auto known = [id](const Patient& patient) { return patient.id == PenIdText(id); };
+    std::string text = PenIdText(id);
+    auto known = [&text](const Patient& patient) { return patient.id == text; };
     if (std::any_of(patients.begin(), patients.end(), known)) continue;
-    patients.push_back({PenIdText(id), OrderFor(options, {})});
+    patients.push_back({text, OrderFor(options, LastOrder(runs, text)), true});
   }
   std::vector<Pen> connected = ConnectedPens();
-  auto anonymous = static_cast<size_t>(std::count_if(connected.begin(), connected.end(), IsAnonymous));
-  bool stranger = patients.empty() && anonymous > 0;
-  if (stranger) patients.push_back({"", OrderFor(options, {})});
+  bool stranger = patients.empty() && std::any_of(connected.begin(), connected.end(), IsAnonymous);
+  if (stranger) patients.push_back({"", OrderFor(options, {}), true});
   return patients;
 }
 
-std::optional<Pen> FindIn(const std::vector<Pen>& pens, const Patient& patient, const std::set<uint64_t>& before) {
-  auto pen = std::find_if(pens.begin(), pens.end(), [&](const Pen& each) {
-    if (!each.id) return false;
-    return patient.id.empty() ? !before.contains(*each.id) : PenIdText(*each.id) == patient.id;
-  });
-  return pen == pens.end() ? std::nullopt : std::optional<Pen>(*pen);
+void RequireBundle(const Patient& patient) {
+  std::error_code unknown;
+  if (std::filesystem::exists(patient.order.bundle, unknown)) return;
+  throw Failure(ExitStatus::kBundle,
+                fmt::format("The bundle {} that pen {} was to get is not there any more; name it, as in `quarvel "
+                            "recover BUNDLE --pen {}`.",
+                            patient.order.bundle, patient.id, patient.id));
 }
-
-// Leads the person through connecting the pen anew, and sees it come back under its id.
-class Return {
- public:
-  Return(Session& session, const Patient& patient) : m_session(session), m_patient(patient) {
-    for (const Pen& pen : ConnectedPens()) {
-      if (pen.id) m_before.insert(*pen.id);
-      if (IsAnonymous(pen)) m_anonymous.insert(pen.handle);
-    }
-  }
-
-  // Throws a Failure when the pen does not come within the time.
-  Pen Await() {
-    auto end = std::chrono::steady_clock::now() + std::chrono::seconds(m_session.options().wait);
-    for (bool first = true; std::chrono::steady_clock::now() < end || first; first = false) {
-      std::vector<Pen> pens = ConnectedPens();
-      if (std::optional<Pen> pen = FindIn(pens, m_patient, m_before)) return *pen;
-      if (first) Ask();
-      Watch(pens);
-      std::this_thread::sleep_for(std::chrono::milliseconds(500));
-    }
-    throw Failure(ExitStatus::kPen,
-                  fmt::format("{} did not come back within {} s. {}", Name(), m_session.options().wait,
-                              m_cameAgain ? "It starts in download mode each time, and no install can "
-                                            "be begun on a pen that tells no id: its maker must help."
-                                          : "Connect it and run `quarvel recover` again."));
-  }
-
- private:
-  std::string Name() const { return m_patient.id.empty() ? "The pen" : "Pen " + m_patient.id; }
-
-  void Ask() {
-    Tell(
-        m_session, m_patient, "reconnect",
-        m_anonymous.empty()
-            ? fmt::format("{} is not connected. Connect it and switch it on.", Name())
-            : fmt::format("{} is in download mode and cannot tell its id. Disconnect it, wait a moment, and connect it "
-                          "again.",
-                          m_patient.id.empty() ? "A pen" : "A pen, perhaps " + m_patient.id + ","));
-  }
-
-  // Tells what changes on the bus meanwhile.
-  void Watch(const std::vector<Pen>& pens) {
-    std::set<int32_t> now;
-    for (const Pen& pen : pens) {
-      if (IsAnonymous(pen)) now.insert(pen.handle);
-    }
-    bool left = std::any_of(m_anonymous.begin(), m_anonymous.end(), [&](int32_t each) { return !now.contains(each); });
-    bool came = std::any_of(now.begin(), now.end(), [&](int32_t each) { return !m_anonymous.contains(each); });
-    if (left) Tell(m_session, m_patient, "left", "The pen in download mode has left; connect it again.");
-    if (came) {
-      m_cameAgain = true;
-      Tell(m_session, m_patient, "download", "A pen came, but in download mode again and without its id.");
-    }
-    m_anonymous = now;
-  }
-
-  Session& m_session;
-  const Patient& m_patient;
-  std::set<uint64_t> m_before;
-  std::set<int32_t> m_anonymous;
-  bool m_cameAgain = false;
-};
 
 // Installs what the pen lacks, then what an install by comparison cannot bring, and looks that all is there.
 class Repair {
@@ -152,15 +88,14 @@ class Repair {
         m_bundle(LoadTelling(session, m_patient.order.bundle, *m_configuration)),
         m_planner(std::make_shared<InstallPlan>(m_patient.order.bundle, m_patient.order.choice)) {}
 
-  ExitStatus Run() {
-    Pen pen = Return(m_session, m_patient).Await();
-    m_patient.id = IdText(pen);
-    Tell(m_session, m_patient, "found", fmt::format("Pen {} is there, {}.", m_patient.id, StateWords(pen)));
+  ExitStatus Run(Pen pen) {
+    TellStep(m_session, m_patient.id, "found", fmt::format("Pen {} is there, {}.", m_patient.id, StateWords(pen)));
     RunEnd end = Install(pen, m_configuration, m_bundle);
     if (end.code < 0) return end.status;
     pen = Read();
     if (!m_planner->HoldsGroups(pen) && TakesApps()) {
-      Tell(m_session, m_patient, "groups", "The group of an application was not raised; its applications go again.");
+      TellStep(m_session, m_patient.id, "groups",
+               "The group of an application was not raised; its applications go again.");
       end = ForceApps(pen);
       if (end.code < 0) return end.status;
       pen = Read();
@@ -171,8 +106,8 @@ class Repair {
                     fmt::format("Pen {} still does not hold everything; `quarvel install --plan` tells what it lacks.",
                                 m_patient.id));
     }
-    Tell(m_session, m_patient, "recovered",
-         fmt::format("Pen {} is recovered: it holds everything that it was to get.", m_patient.id));
+    TellStep(m_session, m_patient.id, "recovered",
+             fmt::format("Pen {} is recovered: it holds everything that it was to get.", m_patient.id));
     return ExitStatus::kDone;
   }
 
@@ -219,17 +154,25 @@ class Repair {
 }  // namespace
 
 ExitStatus RecoverCommand(const Options& options) {
-  return Session::Serve(options, "recover", [&](Session& session) {
-    std::vector<Patient> patients = FindPatients(session);
+  return Session::Serve(options, "recover", [](Session& session) {
+    std::list<Patient> patients = FindPatients(session);
     if (patients.empty()) {
       session.console().Line("No pen is in download mode, and no run that is kept here left one half-way.");
       return ExitStatus::kDone;
     }
     ExitStatus status = ExitStatus::kDone;
-    for (Patient& patient : patients) {
-      session.KeepOrder(patient.order);
-      ExitStatus of = Repair(session, patient).Run();
+    PenReturn bus(session);
+    while (auto next = bus.Next(patients)) {
+      ExitStatus of = session.Attempt([&] {
+        RequireBundle(next->first);
+        session.KeepOrder(next->first.order);
+        return Repair(session, next->first).Run(next->second);
+      });
       if (status == ExitStatus::kDone) status = of;
+    }
+    for (const Patient& patient : patients) {
+      session.console().Line(fmt::format("Pen {} is not connected; connect it and run `quarvel recover --pen {}`.",
+                                         patient.id, patient.id));
     }
     return status;
   });

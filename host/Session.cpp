@@ -85,29 +85,29 @@ void Session::TellProblem() {
 ExitStatus Session::Serve(const Options& options, const std::string& command,
                           const std::function<ExitStatus(Session&)>& body) {
   Session session(options, command);
-  auto [status, sentence] = session.Do(body);
-  session.m_run->End(status, sentence);
+  ExitStatus status = session.Attempt([&] { return body(session); });
+  session.m_run->End(status, session.m_stopped);
   session.TellProblem();
   return status;
 }
 
-// The body's status, and what stopped it beside its pens.
-std::pair<ExitStatus, std::string> Session::Do(const std::function<ExitStatus(Session&)>& body) {
-  Session& session = *this;
+ExitStatus Session::Attempt(const std::function<ExitStatus()>& part) {
   try {
-    return {body(session), ""};
+    return part();
   } catch (const CallFailure& failure) {
-    Explain(session.console(), failure.Code(), failure.Detail(), TextOf(failure.Code()).remedy, session.log().File());
+    Explain(m_console, failure.Code(), failure.Detail(), TextOf(failure.Code()).remedy, m_log.File());
     RunEnd end;
     end.code = failure.Code();
     end.status = failure.Status();
     end.detail = failure.Detail();
-    session.events().WriteResult(nullptr, end);
-    return {failure.Status(), fmt::format("{} ({})", failure.what(), failure.Code())};
+    m_events.WriteResult(nullptr, end);
+    m_stopped = fmt::format("{} ({})", failure.what(), failure.Code());
+    return failure.Status();
   } catch (const Failure& failure) {
-    session.events().WriteFailure(failure.Status(), failure.what());
+    m_events.WriteFailure(failure.Status(), failure.what());
     Complain(failure.what());
-    return {failure.Status(), failure.what()};
+    m_stopped = failure.what();
+    return failure.Status();
   } catch (const std::exception& error) {
     m_run->End(ExitStatus::kInternal, error.what());
     throw;

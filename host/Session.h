@@ -29,6 +29,9 @@ class Session {
   // them; afterwards only the third one still ends the process, so that what became of the pens is told.
   std::vector<RunEnd> RunOnPens(const std::vector<Pen>& pens, const Job& job);
 
+  // Does a part of the command; a Failure that stops it is told, and becomes the status.
+  ExitStatus Attempt(const std::function<ExitStatus()>& part);
+
   // What the pens of the next runs are to get.
   void KeepOrder(const InstallOrder& order);
 
@@ -41,7 +44,6 @@ class Session {
  private:
   Session(const Options& options, const std::string& command);
   ~Session();
-  std::pair<ExitStatus, std::string> Do(const std::function<ExitStatus(Session&)>& body);
   template <typename Open>
   auto Opened(Open open) const;
   void TellProblem();
@@ -53,6 +55,7 @@ class Session {
   RunFolder m_folder;
   LogReader m_log;
   std::string m_trace;
+  std::string m_stopped;  // what stopped the command beside its pens
   std::unique_ptr<KeptRun> m_run;
   EventLog m_events;
   std::ofstream m_keptEvents;

@@ -336,8 +336,9 @@ TEST(History, FiltersTheSameWithAndWithoutItsDatabase) {
 }
 
 TEST(LostPens, AreThoseWhoseLastInstallLeftThemHalfWay) {
-  const auto pen = [](const char* id, const char* ended, const char* left) {
+  const auto pen = [](const char* id, const char* ended, const char* left, InsResCode code = insSuccess) {
     PenRecord record;
+    record.code = code;
     record.id = id;
     record.ended = ended;
     record.left = left;
@@ -360,6 +361,10 @@ TEST(LostPens, AreThoseWhoseLastInstallLeftThemHalfWay) {
               {"left",
                {run("install", {pen("a", "t", "in download mode")})},
                "a: success; the pen was left in download mode; "},
+              {"an application failed",
+               {run("install", {pen("a", "t", "", insAppFailed)})},
+               "a: installing an application failed; "},
+              {"not touched", {run("install", {pen("a", "t", "", insPenFailure)})}, ""},
               {"well again", {run("recover", {pen("a", "t", "")}), run("install", {pen("a", "", "")})}, ""},
               {"well in the same run", {run("recover", {pen("a", "", ""), pen("a", "t", "")})}, ""},
               {"no install", {run("remove", {pen("a", "", "")})}, ""}};
