@@ -38,6 +38,7 @@ class Bench {
                                     [](const PenRun&, const PackageRow&) { return true; });
   }
   Ends& ends() { return m_ends; }
+  Job& job() { return m_job; }
 
  private:
   TempFolder m_folder;
@@ -86,6 +87,24 @@ TEST(RunPool, AStopReachesWhatRunsAndWhatWaits) {
   pool.Wait();
   EXPECT_EQ(bench.ends().Codes(), std::vector<InsResCode>(RunPool::kPlaces + 1, insAborted));
   EXPECT_EQ(calls, static_cast<int>(RunPool::kPlaces)) << "a run that waited began although it was stopped";
+}
+
+// The library failed before it came to any of the packages.
+TEST(PenRun, APenThatWasNotTouchedIsNotLeftHalfWay) {
+  for (bool reported : {false, true}) {
+    Bench bench([reported](int32_t* penHandle, PenUpdateProgressCallback callback, void* userData) {
+      PenUpdateProgressCallbackInfo report{};
+      report.packageFile = "/t/a.pen";
+      report.itemTotal = 1;
+      if (reported) callback(*penHandle, &report, userData);
+      return insPenFailure;
+    });
+    bench.job().expect = [](const Pen&) { return std::vector<PackageRow>(2); };
+    auto run = bench.Run(42);
+    run->Execute();
+    EXPECT_FALSE(run->End().packages.empty());
+    EXPECT_EQ(run->End().left.has_value(), reported);
+  }
 }
 
 TEST(PenRun, NeverSkipsAPackageThatFailsItsSignatureCheck) {

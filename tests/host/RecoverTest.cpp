@@ -193,7 +193,7 @@ TEST(Recover, ServesEachPenByItself) {
   ASSERT_EQ(rig.Install({"--pen", "0x2a", "--pen", "0x2b"}).status, 5);
   rig.Sim({"unplug", "0x2c"});
   rig.Sim({"set", "0x2b", "free-space=1000000"});
-  ProgramResult result = rig.Quarvel({"recover"});
+  ProgramResult result = rig.Quarvel({"recover", "--wait", "1"});
   EXPECT_EQ(result.status, 5) << result.err;
   EXPECT_PRED2(Has, result.out, "Pen 0x000000000000002b is recovered");
   EXPECT_PRED2(Has, result.out, "Pen 0x000000000000002c is not connected; connect it and run `quarvel recover --pen");
