@@ -171,6 +171,7 @@ TEST(Run, SendsNothingUnsignedUnlessTheHostSaysSo) {
       const std::string tag = row.handle ? "Update" : "NotifyNonPenPackages";
       const std::string file = refused->packageFile.substr(refused->packageFile.rfind('/') + 1);
       EXPECT_EQ(host.Logged(tag + ": Skip DRM checking error. Pak=" + file), goesOn ? 1 : 0);
+      EXPECT_EQ(host.Logged(tag + ": Skip Error, code=-300. Pak=" + file), 0) << "what was let pass is sent";
       if (*row.call) {
         EXPECT_EQ(host.pen.Calls(row.call).size(), goesOn ? 1U : 0U);
       }
