@@ -4,6 +4,7 @@
 
 #include "authoring/Commands.h"
 #include "authoring/Contents.h"
+#include "authoring/EffortScreen.h"
 #include "authoring/Failure.h"
 #include "authoring/Files.h"
 #include "authoring/Init.h"
@@ -49,13 +50,19 @@ void AddInit(CLI::App& app) {
   });
 }
 
+std::vector<Finding> LintTelling(LintInput& input) {
+  EffortScreen screen;
+  screen.effort().Begin("Checking the folder", 0);
+  return Lint(input);
+}
+
 // What the folder's bundle would not install, or not on every machine, is not packed unless told otherwise.
 void RequireSound(const std::string& folder, const Certificate& certificate, bool anyway) {
   std::unique_ptr<Contents> contents = Contents::Open(folder);
   std::vector<Certificate> certificates;
   certificates.push_back(Certificate::FromPem(certificate.pem(), certificate.origin()));
   LintInput input(*contents, std::move(certificates));
-  std::vector<Finding> findings = Lint(input);
+  std::vector<Finding> findings = LintTelling(input);
   size_t errors = 0;
   for (const Finding& finding : findings) {
     bool error = finding.rule->severity == Severity::kError;
@@ -96,7 +103,7 @@ void AddPack(CLI::App& app) {
   command->callback([arguments] {
     Signer signer = arguments->signer.Load();
     RequireSound(arguments->folder, signer.certificate(), arguments->anyway);
-    Pack(arguments->folder, signer, arguments->output);
+    Pack(arguments->folder, signer, arguments->output, EffortScreen().effort());
     Say("Wrote and verified {}, signed by {}\n", arguments->output, signer.certificate().Subject());
   });
 }
@@ -147,7 +154,7 @@ void AddAttach(CLI::App& app) {
   command->callback([arguments] {
     Certificate certificate = Certificate::FromFile(arguments->certificate);
     RequireSound(arguments->folder, certificate, arguments->anyway);
-    Attach(arguments->folder, arguments->digests, certificate, arguments->output);
+    Attach(arguments->folder, arguments->digests, certificate, arguments->output, EffortScreen().effort());
     Say("Wrote and verified {}, signed by {}\n", arguments->output, certificate.Subject());
   });
 }

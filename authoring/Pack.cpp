@@ -52,6 +52,13 @@ class Draft {
   std::string m_path;
 };
 
+// An unreadable file is reported where it is read.
+uint64_t SizeOf(const SignedFile& file) {
+  std::error_code unreadable;
+  uintmax_t size = fs::file_size(file.source, unreadable);
+  return unreadable ? 0 : size;
+}
+
 void RequireVerified(const std::string& bundle, const Certificate& certificate) {
   LoadedBundle loaded(bundle);
   if (loaded.result() != insSuccess) {
@@ -89,24 +96,34 @@ std::vector<SignedFile> FilesToSign(const std::string& folder) {
 }
 
 void PackWith(const std::string& folder, const Certificate& certificate, const std::string& output,
-              const SignatureSource& sign) {
+              const SignatureSource& sign, Effort& effort) {
   std::vector<SignedFile> files = FilesToSign(folder);
   std::string subject = certificate.Subject();
   std::vector<BomEntry> entries;
-  for (const SignedFile& file : files) entries.push_back({file.name, file.folder, subject, sign(file)});
+  uint64_t total = 0;
+  for (const SignedFile& file : files) total += SizeOf(file);
+  effort.Begin("Signing", total);
+  for (const SignedFile& file : files) {
+    entries.push_back({file.name, file.folder, subject, sign(file)});
+    effort.Add(SizeOf(file));
+  }
 
   Draft draft(output);
   ZipWriter zip(draft.path(), output);
   zip.AddBytes(kSignatureManifestName, WriteBom(entries));
+  effort.Begin("Packing", total);
+  zip.CountInto(effort);
   for (const SignedFile& file : files) zip.AddFile(file.member, file.source);
   zip.Close();
+  effort.Begin("Verifying", 0);
   RequireVerified(draft.path(), certificate);
   draft.Keep();
 }
 
-void Pack(const std::string& folder, const Signer& signer, const std::string& output) {
-  PackWith(folder, signer.certificate(), output,
-           [&signer](const SignedFile& file) { return signer.SignFile(file.source); });
+void Pack(const std::string& folder, const Signer& signer, const std::string& output, Effort& effort) {
+  PackWith(
+      folder, signer.certificate(), output, [&signer](const SignedFile& file) { return signer.SignFile(file.source); },
+      effort);
 }
 
 }  // namespace authoring

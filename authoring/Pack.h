@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "authoring/Effort.h"
 #include "authoring/Signing.h"
 
 namespace authoring {
@@ -27,10 +28,10 @@ std::vector<SignedFile> FilesToSign(const std::string& folder);
 using SignatureSource = std::function<std::string(const SignedFile& file)>;
 
 // Writes the bundle of `folder` to `output`, replacing what is there, once the library has verified it with the
-// certificate. Throws Failure; `output` is then as it was.
+// certificate. Throws Failure; `output` is then as it was. `effort` is told how far it is.
 void PackWith(const std::string& folder, const Certificate& certificate, const std::string& output,
-              const SignatureSource& sign);
-void Pack(const std::string& folder, const Signer& signer, const std::string& output);
+              const SignatureSource& sign, Effort& effort);
+void Pack(const std::string& folder, const Signer& signer, const std::string& output, Effort& effort);
 
 }  // namespace authoring
 

@@ -97,19 +97,22 @@ size_t WriteDigests(const std::string& folder, const std::string& digests) {
 }
 
 void Attach(const std::string& folder, const std::string& digests, const Certificate& certificate,
-            const std::string& output) {
+            const std::string& output, Effort& effort) {
   std::map<std::string, DigestEntry> entries = ReadList(digests);
   int keySize = EVP_PKEY_get_size(X509_get0_pubkey(certificate.handle()));
-  PackWith(folder, certificate, output, [&](const SignedFile& file) {
-    auto entry = entries.find(file.member);
-    if (entry == entries.end() || entry->second.sha1 != Hex(Sha1Of(file.source))) {
-      throw Failure(ExitStatus::kFile,
-                    fmt::format("{} is not what was digested; run \"quarvel-bundle digest\" and sign "
-                                "again.",
-                                file.source));
-    }
-    return ReadSignature(entry->second.signatureFile, keySize);
-  });
+  PackWith(
+      folder, certificate, output,
+      [&](const SignedFile& file) {
+        auto entry = entries.find(file.member);
+        if (entry == entries.end() || entry->second.sha1 != Hex(Sha1Of(file.source))) {
+          throw Failure(ExitStatus::kFile,
+                        fmt::format("{} is not what was digested; run \"quarvel-bundle digest\" and sign "
+                                    "again.",
+                                    file.source));
+        }
+        return ReadSignature(entry->second.signatureFile, keySize);
+      },
+      effort);
 }
 
 }  // namespace authoring

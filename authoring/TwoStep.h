@@ -9,6 +9,7 @@
 
 #include <string>
 
+#include "authoring/Effort.h"
 #include "authoring/Pack.h"
 
 namespace authoring {
@@ -21,7 +22,7 @@ size_t WriteDigests(const std::string& folder, const std::string& digests);
 // digests were written or a signature is missing, kKey when a signature is not as long as the certificate's key,
 // kFindings when the bundle does not verify.
 void Attach(const std::string& folder, const std::string& digests, const Certificate& certificate,
-            const std::string& output);
+            const std::string& output, Effort& effort);
 
 }  // namespace authoring
 

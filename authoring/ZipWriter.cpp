@@ -138,6 +138,7 @@ void ZipWriter::Write(std::string_view block) {
   while (!block.empty()) {
     std::string_view part = block.substr(0, kLargestBlock);
     Check(zipWriteInFileInZip(m_zip, part.data(), static_cast<unsigned>(part.size())));
+    if (m_effort) m_effort->Add(part.size());
     block.remove_prefix(part.size());
   }
 }

@@ -8,6 +8,8 @@
 #include <string>
 #include <string_view>
 
+#include "authoring/Effort.h"
+
 namespace authoring {
 
 class ZipWriter {
@@ -31,6 +33,9 @@ class ZipWriter {
   // packed bytes are `packed` as they are.
   void AddClaiming(const std::string& member, std::string_view packed, uint64_t claimedSize);
 
+  // Bytes that are written from now on are counted there.
+  void CountInto(Effort& effort) { m_effort = &effort; }
+
   void Close();
 
  private:
@@ -45,6 +50,7 @@ class ZipWriter {
   std::string m_shownPath;
   void* m_zip;
   uint64_t m_members = 0;
+  Effort* m_effort = nullptr;
 };
 
 }  // namespace authoring

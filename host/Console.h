@@ -17,13 +17,17 @@ bool IsOutputLost();
 // One sentence on standard error, behind the program's name. Standard error may be unwritable, which changes nothing.
 void Complain(std::string_view sentence);
 
+// The text with lines of at most so many columns, as far as they have spaces at which they can be parted; what is
+// parted off is indented by two more. Colours take no columns.
+std::string Wrapped(std::string_view text, size_t columns);
+
 enum class Paint { kNone, kGood, kWarning, kBad };
 
 class Console {
  public:
   Console(bool json, bool quiet);
 
-  // One line of human text; nothing when quiet.
+  // One line of human text, or several; nothing when quiet. A terminal gets it in lines that fit.
   void Line(std::string_view text) const;
   // One line that a person must see, to standard error, also when quiet.
   void Problem(std::string_view text) const;

@@ -4,8 +4,11 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
+#include "authoring/EffortScreen.h"
 #include "authoring/Failure.h"
+#include "authoring/Pack.h"
 #include "authoring/Signing.h"
+#include "authoring/ZipWriter.h"
 #include "tests/support/RunProgram.h"
 #include "tests/support/TempFolder.h"
 #include "tests/support/TestBundle.h"
@@ -58,6 +61,42 @@ std::string EncryptKey(const std::string& pem, std::string passphrase) {
   char* text = nullptr;
   long size = BIO_get_mem_data(out.get(), &text);
   return std::string(text, static_cast<size_t>(size));
+}
+
+TEST_F(PackTest, CountsTheBytesThatItPacks) {
+  authoring::Effort effort;
+  effort.Begin("Packing", 3);
+  authoring::ZipWriter zip(m_folder / "counted.zip");
+  zip.AddBytes("before", "not counted");
+  zip.CountInto(effort);
+  zip.AddFile("chess", m_folder / "bundle/Apps/chess.pen");
+  zip.Close();
+  EXPECT_EQ(effort.Now().done, 3U);
+  const struct {
+    authoring::Effort::Step step;
+    uint64_t seconds;
+    const char* text;
+  } rows[] = {{{"Packing", 2'200'000'000, 1'249'999'999}, 61, "Packing: 1249.9 MB of 2200.0 MB, 1:01"},
+              {{"Verifying", 0, 0}, 9, "Verifying: 0:09"}};
+  for (const auto& row : rows) EXPECT_EQ(authoring::EffortText(row.step, row.seconds), row.text);
+}
+
+// The library verifies what is packed; the steps are told in their order.
+TEST_F(PackTest, TellsItsSteps) {
+  authoring::Effort effort;
+  std::vector<std::string> steps;
+  auto signer = authoring::Signer::FromFiles(m_folder / "key.pem", m_folder / "cert.pem", [] { return std::string(); });
+  authoring::PackWith(
+      m_folder / "bundle", signer.certificate(), m_folder / "told.zip",
+      [&](const authoring::SignedFile& file) {
+        steps.push_back(effort.Now().name + ' ' + std::to_string(effort.Now().done));
+        return signer.SignFile(file.source);
+      },
+      effort);
+  ASSERT_EQ(steps.size(), 3U);
+  EXPECT_EQ(steps[0], "Signing 0");
+  EXPECT_NE(steps[1], "Signing 0") << "what is signed counts";
+  EXPECT_EQ(effort.Now().name, "Verifying");
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "desk/Text.h"
+#include "host/Console.h"
 #include "host/Masking.h"
 #include "host/Progress.h"
 
@@ -15,6 +16,24 @@ TEST(Text, ForeignTextsCannotSteerTheTerminal) {
   EXPECT_EQ(BarText(1, 2, 4) + PercentText(1, 2), "[##> ] 50%");
   EXPECT_EQ(BarText(0, 0, 4) + PercentText(0, 0), "[>   ]  0%");
   EXPECT_EQ(BarText(5, 2, 4) + PercentText(5, 2), "[####]100%");
+}
+
+TEST(Console, PartsLinesAtSpacesAndIndentsTheRest) {
+  const struct {
+    const char* text;
+    const char* wrapped;
+  } rows[] = {
+      {"", ""},
+      {"ten column", "ten column"},
+      {"eleven colu", "eleven\n  colu"},
+      {"  one two three", "  one two\n    three"},
+      {"one  \x1b[31mtwo\x1b[0m\nthree", "one  \x1b[31mtwo\x1b[0m\nthree"},
+      {"name  \x1b[31mfailed\x1b[0m   why", "name\n  \x1b[31mfailed\x1b[0m\n  why"},
+      {"/a/path/without/a/space", "/a/path/without/a/space"},
+      {"log: /a/path/without/a/space", "log: /a/path/without/a/space"},
+      {"\xc3\xa5\xc3\xa4\xc3\xb6 \xc3\xa5\xc3\xa4\xc3\xb6 up", "\xc3\xa5\xc3\xa4\xc3\xb6 \xc3\xa5\xc3\xa4\xc3\xb6 up"},
+      {"a          ", "a"}};
+  for (const auto& row : rows) EXPECT_EQ(Wrapped(row.text, 10), row.wrapped) << row.text;
 }
 
 TEST(Masking, ReplacesNamesAndFoldersTheLongestFirst) {
