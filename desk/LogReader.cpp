@@ -6,6 +6,7 @@
 #include <string.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -45,7 +46,7 @@ bool BoundsCall(const LogLine& line) {
 // Lines that tell what followed from an earlier line, where there is one.
 bool IsConsequence(const LogLine& line) {
   return line.message.starts_with("Unable cache pen and penlet information") ||
-         line.message.starts_with("Verify UpdateXML failed");
+         line.message.starts_with("Extracting ") || line.message.starts_with("Verify UpdateXML failed");
 }
 
 // An exported function tells of a failing pen library in its own lines alone.
@@ -76,6 +77,26 @@ std::string DetailOf(const std::vector<LogLine>& lines) {
   if (!IsConsequence(*last)) return last->message;
   auto cause = std::find_if(last + 1, lines.rend(), TellsFailure);
   return cause == lines.rend() ? last->message : cause->message;
+}
+
+std::string_view CauseOf(std::string_view detail) {
+  struct Cause {
+    std::string_view part;  // of the log's message
+    std::string_view words;
+  };
+  constexpr std::array causes{
+      Cause{"Unable register install_penId", "Another program or run is using the pen."},
+      Cause{"Unable get penId", "The pen is gone, or is in download mode and cannot tell its id."},
+      Cause{"Cannot open file zip", "The file is no zip archive, or not a whole one, or may not be read."},
+      Cause{"Go to first file failed", "The archive's directory is damaged, or there is nothing in it."},
+      Cause{"Get file info failed", "The archive's directory is damaged."},
+      Cause{"Open current file failed", "The archive is damaged, encrypted, or packed in an unknown way."},
+      Cause{"Not found \"GroupList\"", "The file is an archive, but no bundle: it has no usable update.xml."},
+      Cause{"Not found UPDATE root element", "The file is an archive, but no bundle: it has no usable update.xml."},
+      Cause{"Not found BOM root element", "The bundle is not signed: it has no usable bom.xml."}};
+  const auto* cause = std::find_if(causes.begin(), causes.end(),
+                                   [&](const Cause& each) { return detail.find(each.part) != std::string_view::npos; });
+  return cause == causes.end() ? std::string_view() : cause->words;
 }
 
 // The library drops what it cannot write, so it is tried first.

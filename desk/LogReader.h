@@ -24,6 +24,9 @@ std::optional<LogLine> ParseLogLine(std::string_view line);
 // What the log says of a failure: its cause and, where that is another line, what it led to. Empty when no line tells.
 std::string DetailOf(const std::vector<LogLine>& lines);
 
+// The cause in words for a person, of a detail that needs them; else empty.
+std::string_view CauseOf(std::string_view detail);
+
 // What one call of the library wrote.
 struct CallLines {
   std::vector<LogLine> lines;

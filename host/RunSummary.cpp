@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "desk/LogReader.h"
 #include "desk/PenRun.h"
 #include "desk/Text.h"
 
@@ -45,6 +46,7 @@ void Explain(const Console& console, InsResCode code, const std::string& detail,
   std::string meaning(TextOf(code).meaning);
   meaning[0] = static_cast<char>(toupper(meaning[0]));
   console.Problem(fmt::format("{} ({}).", console.Painted(Paint::kBad, meaning), code));
+  if (std::string_view cause = CauseOf(detail); !cause.empty()) console.Problem(fmt::format("  Cause: {}", cause));
   if (!detail.empty()) console.Problem(fmt::format("  The log says: {}", Printable(detail)));
   if (!remedy.empty()) console.Problem(fmt::format("  What to do: {}", remedy));
   console.Problem(fmt::format("  Log: {}", logFile));

@@ -82,6 +82,17 @@ TEST(LogReader, TheCauseStandsBeforeWhatFollowedFromIt) {
   EXPECT_EQ(DetailOf(lines), lines[0].message) << "the exported function's own line is the only one";
 }
 
+TEST(LogReader, NamesTheCauseInWords) {
+  std::vector<LogLine> lines{{"1", "ExtractZip", "Cannot open file zip a.bundle"},
+                             {"1", "Load", "Extracting a.bundle to /tmp/1_2 failed. ZipErr=-1"},
+                             {"1", "insLoadBundle", "Ret=-101, BundleFile=a.bundle"}};
+  EXPECT_EQ(DetailOf(lines), "Cannot open file zip a.bundle");
+  EXPECT_EQ(CauseOf(DetailOf(lines)), "The file is no zip archive, or not a whole one, or may not be read.");
+  EXPECT_EQ(CauseOf("-Ret=-6, pcRet=122, penHandle=1, bundleHandle=1. Unable register install_penId"),
+            "Another program or run is using the pen.");
+  EXPECT_EQ(CauseOf("Folder /tmp/1_2 is not safe to use: it belongs to another user"), "") << "clear by itself";
+}
+
 TEST(LogReader, ReadsNothingThatIsNoRegularFile) {
   EXPECT_FALSE(LogReader("/dev/full").LinesOfCall(LogThreadName(), "insStartInstall", "-Ret=0").whole);
 }
