@@ -1,5 +1,5 @@
 // What happens in a run, as JSON objects with "schema" and "event", written one a line: the form in which scripts,
-// pages and later reports get it. docs/events.schema.json describes them; fields are only ever added.
+// pages and later reports get it. docs/quarvel.schema.json describes them; fields are only ever added.
 #ifndef QUARVEL_DESK_EVENTS_H
 #define QUARVEL_DESK_EVENTS_H
 

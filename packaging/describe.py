@@ -37,7 +37,7 @@ COMMON = {
     "GPL-3.0-or-later WITH GCC-exception-3.1": "GPL-3",
     "LGPL-2.1-or-later": "LGPL-2.1",
 }
-OURS = {"libQuarvel.so.1": "libquarvel1", "libTessvik.so": "libtessvik"}
+OURS = {"libQuarvel.so.1": "libquarvel1", "libTessvik.so": "libtessvik", "libtessvik-trace.so": "quarvel-tools"}
 # What is compiled in from headers, by file.
 JSON = ("nlohmann-json3-dev", "MIT")
 ARGUMENTS = ("libcli11-dev", "BSD-3-Clause")
