@@ -33,7 +33,8 @@ std::string LinesOf(const RunRecord& run) {
   if (error) return "";
   auto from = static_cast<uint64_t>(run.logFrom);
   if (from > size) from = 0;  // it was trimmed
-  std::string text(static_cast<size_t>(std::min(size - from, most)), '\0');
+  if (size - from > most) from = size - most;
+  std::string text(static_cast<size_t>(size - from), '\0');
   std::ifstream in(run.log, std::ios::binary);
   in.seekg(static_cast<std::streamoff>(from));
   in.read(text.data(), static_cast<std::streamsize>(text.size()));
