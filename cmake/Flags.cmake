@@ -26,8 +26,9 @@ if(CCACHE_PROGRAM AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
   set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
 endif()
 
-# What is packaged does not know where or when it was built.
+# What is packaged does not know where or when it was built; a run path that is taken out later leaves its trace.
 if(QUARVEL_PACKAGE)
+  set(CMAKE_BUILD_WITH_INSTALL_RPATH ON)
   add_compile_options(-Wdate-time -ffile-prefix-map=${PROJECT_SOURCE_DIR}=/usr/src/quarvel-${PROJECT_VERSION})
 endif()
 
