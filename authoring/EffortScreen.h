@@ -25,7 +25,7 @@ class EffortScreen {
   std::jthread m_thread;  // last, so that it ends first
 };
 
-// "Packing: 1.2 GB of 2.2 GB, 0:41", or without bytes where they are not counted.
+// "Packing: 1200.0 MB of 2200.0 MB, 0:41", or without bytes where they are not counted.
 std::string EffortText(const Effort::Step& step, uint64_t seconds);
 
 }  // namespace authoring
